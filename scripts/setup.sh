@@ -1,0 +1,55 @@
+#!/usr/bin/env bash
+# Installs the Debian packages the project needs (only those missing), then
+# configures and builds one build tree.
+#
+#   scripts/setup.sh [--deps-only] [BUILD_DIR [extra cmake arguments...]]
+#
+# Idempotent: with everything installed and built it costs one dpkg query and
+# an incremental build.
+set -euo pipefail
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+
+packages=(
+    # toolchain
+    g++ cmake ninja-build pkg-config clang-format
+    # Qt 6.4
+    qt6-base-dev qt6-base-dev-tools qt6-svg-dev qt6-l10n-tools
+    # crypto, test certificates, a private session bus for the badge test,
+    # fonts for widgets rendered offscreen
+    libssl-dev openssl dbus-daemon dbus-session-bus-common fonts-dejavu-core
+)
+
+missing=()
+for p in "${packages[@]}"; do
+    if ! dpkg-query -W -f='${db:Status-Status}' "$p" 2>/dev/null | grep -qx installed; then
+        missing+=("$p")
+    fi
+done
+
+if ((${#missing[@]})); then
+    echo "setup: installing ${missing[*]}"
+    sudo=()
+    if [ "$(id -u)" -ne 0 ]; then sudo=(sudo); fi
+    export DEBIAN_FRONTEND=noninteractive
+    apt_install() {
+        "${sudo[@]}" apt-get install -y -q --no-install-recommends "${missing[@]}"
+    }
+    if ! apt_install; then
+        "${sudo[@]}" apt-get update -q
+        apt_install
+    fi
+fi
+
+if [ "${1:-}" = "--deps-only" ]; then
+    exit 0
+fi
+
+build=${1:-build}
+shift || true
+case "$build" in /*) ;; *) build="$here/$build" ;; esac
+
+if [ ! -f "$build/CMakeCache.txt" ] || [ $# -gt 0 ]; then
+    cmake -S "$here" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@"
+fi
+cmake --build "$build" --parallel "$(nproc)"

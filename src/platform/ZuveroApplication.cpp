@@ -1,0 +1,250 @@
+#include "ZuveroApplication_p.h"
+
+#include "ZVXLogging.h"
+#include "ZVXMainThread.h"
+#include "ZuveroNotificationCenter.h"
+
+#include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QGuiApplication>
+#include <QHash>
+#include <QMutex>
+
+#include <atomic>
+
+namespace {
+std::atomic<ZVXAlertPresenterFactory> widgetPresenterFactory{nullptr};
+}
+
+void ZVXRegisterWidgetAlertPresenter(ZVXAlertPresenterFactory factory)
+{
+    widgetPresenterFactory.store(factory);
+}
+
+ZuveroAlertPresenter::~ZuveroAlertPresenter() = default;
+
+void ZVXLogAlertPresenter::showAlert(const ZuveroAlert &alert)
+{
+    ZVXLog(QStringLiteral("ZuveroApplication: alert \"%1\": %2").arg(alert.title, alert.message));
+}
+
+void ZVXLogAlertPresenter::showToast(const QString &title, const QString &text, double)
+{
+    ZVXLog(QStringLiteral("ZuveroApplication: toast \"%1\": %2").arg(title, text));
+}
+
+struct ZuveroApplication::Private
+{
+    qint64 badgeNumber = 0;
+
+    mutable QMutex tasksMutex;
+    ZuveroBackgroundTaskIdentifier lastTask = ZuveroBackgroundTaskInvalid;
+    QHash<ZuveroBackgroundTaskIdentifier, std::function<void()>> tasks;
+
+    Qt::ApplicationState lastState = Qt::ApplicationInactive;
+    bool hasBeenActive = false;
+
+    ZuveroPushChannel pushChannel;
+
+    mutable QMutex presenterMutex;
+    std::shared_ptr<ZuveroAlertPresenter> presenter;
+    std::shared_ptr<ZuveroAlertPresenter> widgetPresenter;
+    std::shared_ptr<ZuveroAlertPresenter> logPresenter = std::make_shared<ZVXLogAlertPresenter>();
+};
+
+ZuveroApplication *ZuveroApplication::sharedApplication()
+{
+    static ZuveroApplication application;
+    return &application;
+}
+
+ZuveroApplication::ZuveroApplication()
+    : d(std::make_unique<Private>())
+{
+    if (QCoreApplication *app = QCoreApplication::instance()) {
+        // Background-task calls may arrive first from a worker thread.
+        if (thread() != app->thread())
+            moveToThread(app->thread());
+        watchApplicationState();
+    }
+}
+
+ZuveroApplication::~ZuveroApplication() = default;
+
+void ZuveroApplication::watchApplicationState()
+{
+    auto *gui = qobject_cast<QGuiApplication *>(QCoreApplication::instance());
+    if (!gui)
+        return;
+    d->lastState = QGuiApplication::applicationState();
+    d->hasBeenActive = d->lastState == Qt::ApplicationActive;
+    // The first activation is the launch, not a return to the foreground.
+    connect(gui, &QGuiApplication::applicationStateChanged, this,
+            [this](Qt::ApplicationState state) {
+                const bool returning = state == Qt::ApplicationActive
+                    && d->lastState != Qt::ApplicationActive && d->hasBeenActive;
+                d->lastState = state;
+                d->hasBeenActive = d->hasBeenActive || state == Qt::ApplicationActive;
+                if (returning)
+                    notifyWillEnterForeground();
+            });
+}
+
+qint64 ZuveroApplication::applicationIconBadgeNumber() const
+{
+    return d->badgeNumber;
+}
+
+void ZuveroApplication::setApplicationIconBadgeNumber(qint64 number)
+{
+    if (d->badgeNumber == number)
+        return;
+    d->badgeNumber = number;
+    sendLauncherEntryUpdate(number);
+    Q_EMIT applicationIconBadgeNumberChanged(number);
+}
+
+void ZuveroApplication::sendLauncherEntryUpdate(qint64 number) const
+{
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected())
+        return;
+    QString desktopFile = QGuiApplication::desktopFileName();
+    if (desktopFile.isEmpty())
+        desktopFile = QCoreApplication::applicationName();
+    if (desktopFile.isEmpty())
+        return;
+    if (!desktopFile.endsWith(QLatin1String(".desktop")))
+        desktopFile += QLatin1String(".desktop");
+
+    QDBusMessage update = QDBusMessage::createSignal(
+        QStringLiteral("/com/zuvero/LauncherEntry"),
+        QStringLiteral("com.canonical.Unity.LauncherEntry"), QStringLiteral("Update"));
+    update << QStringLiteral("application://") + desktopFile
+           << QVariantMap{{QStringLiteral("count"), number},
+                          {QStringLiteral("count-visible"), number > 0}};
+    bus.send(update);
+}
+
+ZuveroBackgroundTaskIdentifier
+ZuveroApplication::beginBackgroundTask(std::function<void()> expirationHandler)
+{
+    // Linux does not suspend an application that leaves the screen, so there
+    // is no grant of extra time to ask for: every request is granted at once
+    // and the work simply goes on. The host may still end the tasks early
+    // (before the system sleeps, say) with expireBackgroundTasks().
+    int count;
+    ZuveroBackgroundTaskIdentifier identifier;
+    {
+        QMutexLocker locker(&d->tasksMutex);
+        identifier = ++d->lastTask;
+        d->tasks.insert(identifier, std::move(expirationHandler));
+        count = int(d->tasks.size());
+    }
+    Q_EMIT backgroundTaskCountChanged(count);
+    return identifier;
+}
+
+void ZuveroApplication::endBackgroundTask(ZuveroBackgroundTaskIdentifier identifier)
+{
+    int count;
+    {
+        QMutexLocker locker(&d->tasksMutex);
+        if (!d->tasks.remove(identifier))
+            return;
+        count = int(d->tasks.size());
+    }
+    Q_EMIT backgroundTaskCountChanged(count);
+}
+
+int ZuveroApplication::backgroundTaskCount() const
+{
+    QMutexLocker locker(&d->tasksMutex);
+    return int(d->tasks.size());
+}
+
+void ZuveroApplication::expireBackgroundTasks()
+{
+    QList<std::function<void()>> handlers;
+    {
+        QMutexLocker locker(&d->tasksMutex);
+        for (const auto &handler : std::as_const(d->tasks)) {
+            if (handler)
+                handlers.append(handler);
+        }
+    }
+    // Handlers end their tasks, which takes the lock again.
+    for (const auto &handler : std::as_const(handlers))
+        handler();
+}
+
+void ZuveroApplication::notifyWillEnterForeground()
+{
+    ZuveroNotificationCenter::defaultCenter()->post(
+        ZuveroApplicationWillEnterForegroundNotification, this);
+}
+
+void ZuveroApplication::setPushChannel(const ZuveroPushChannel &channel)
+{
+    d->pushChannel = channel;
+}
+
+bool ZuveroApplication::canRegisterForRemoteNotifications() const
+{
+    return bool(d->pushChannel.registerForRemoteNotifications);
+}
+
+void ZuveroApplication::registerUserNotificationSettings(
+    ZuveroNotificationTypes types, const QList<ZuveroNotificationCategory> &categories)
+{
+    if (d->pushChannel.registerUserNotificationSettings)
+        d->pushChannel.registerUserNotificationSettings(types, categories);
+}
+
+void ZuveroApplication::registerForRemoteNotifications()
+{
+    if (d->pushChannel.registerForRemoteNotifications)
+        d->pushChannel.registerForRemoteNotifications();
+    else
+        ZVXLog(QStringLiteral("ZuveroApplication: no push channel, remote notifications are off."));
+}
+
+void ZuveroApplication::setAlertPresenter(std::shared_ptr<ZuveroAlertPresenter> presenter)
+{
+    QMutexLocker locker(&d->presenterMutex);
+    d->presenter = std::move(presenter);
+}
+
+std::shared_ptr<ZuveroAlertPresenter> ZuveroApplication::alertPresenter() const
+{
+    QMutexLocker locker(&d->presenterMutex);
+    if (d->presenter)
+        return d->presenter;
+    const QCoreApplication *app = QCoreApplication::instance();
+    const ZVXAlertPresenterFactory factory = widgetPresenterFactory.load();
+    if (factory && app && app->inherits("QApplication")) {
+        if (!d->widgetPresenter)
+            d->widgetPresenter = factory();
+        return d->widgetPresenter;
+    }
+    return d->logPresenter;
+}
+
+void ZuveroApplication::showAlert(const ZuveroAlert &alert)
+{
+    if (ZVXMainThread::isMainThread())
+        alertPresenter()->showAlert(alert);
+    else
+        ZVXMainThread::async([this, alert] { alertPresenter()->showAlert(alert); }, this);
+}
+
+void ZuveroApplication::showToast(const QString &title, const QString &text, double seconds)
+{
+    if (ZVXMainThread::isMainThread())
+        alertPresenter()->showToast(title, text, seconds);
+    else
+        ZVXMainThread::async(
+            [this, title, text, seconds] { alertPresenter()->showToast(title, text, seconds); },
+            this);
+}

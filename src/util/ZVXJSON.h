@@ -1,0 +1,31 @@
+#pragma once
+
+#include "ZuveroError.h"
+
+#include <QByteArray>
+#include <QVariant>
+
+#include <optional>
+
+/*
+    JSON text to and from QVariant trees: objects are QVariantMap, arrays
+    QVariantList, null is QVariant::fromValue(nullptr). Unlike QJsonDocument
+    on its own, writing refuses values that JSON cannot hold (a date, an
+    image, a non-finite number...) with an error instead of writing null.
+*/
+namespace ZVXJSON {
+
+inline constexpr QLatin1String ErrorDomain{"com.zuvero.json"};
+enum ErrorCode {
+    InvalidValueError = 1, //!< a value JSON cannot represent
+    ParseError = 2, //!< text that is not a JSON object or array
+};
+
+//! Compact JSON text of an object or array.
+ZUVERO_EXPORT std::optional<QByteArray> serialize(const QVariant &value,
+                                                  ZuveroError *error = nullptr);
+
+//! The object or array in \a text.
+ZUVERO_EXPORT std::optional<QVariant> parse(const QByteArray &text, ZuveroError *error = nullptr);
+
+} // namespace ZVXJSON

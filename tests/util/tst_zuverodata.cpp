@@ -1,0 +1,283 @@
+#include "ZVXLogCapture.h"
+#include "ZuveroData_p.h"
+#include "ZuveroException.h"
+
+#include <QTemporaryFile>
+#include <QTest>
+
+using Bytes = std::optional<QByteArray>;
+Q_DECLARE_METATYPE(Bytes)
+
+namespace {
+QByteArray hex(const char *text)
+{
+    return QByteArray::fromHex(text);
+}
+} // namespace
+
+class TestZuveroData : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void hexDecoding_data();
+    void hexDecoding();
+    void hexEncoding();
+    void base64URLDecoding_data();
+    void base64URLDecoding();
+    void base64URLRoundTrip();
+    void base64Text();
+    void sha256_data();
+    void sha256();
+    void hmac_data();
+    void hmac();
+    void nullInputsGiveNothing();
+    void nullRemoval();
+    void bytesInPlace();
+    void randomDevice();
+};
+
+void TestZuveroData::hexDecoding_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<Bytes>("expected");
+
+    const Bytes nothing;
+    QTest::newRow("prefix, mixed case") << QStringLiteral("0x0A1b") << Bytes(hex("0a1b"));
+    QTest::newRow("upper-case prefix") << QStringLiteral("0X0a1B") << Bytes(hex("0a1b"));
+    QTest::newRow("leading blanks") << QStringLiteral(" \t 0x0A1b") << Bytes(hex("0a1b"));
+    QTest::newRow("blanks after prefix") << QStringLiteral("0x  0A1b") << Bytes(hex("0a1b"));
+    QTest::newRow("odd length") << QStringLiteral("abc") << nothing;
+    QTest::newRow("trailing blank counts") << QStringLiteral("0a1b ") << nothing;
+    QTest::newRow("empty") << QString() << Bytes(QByteArray());
+    QTest::newRow("invalid pair is not decoded") << QStringLiteral("zz") << Bytes(hex("00"));
+    QTest::newRow("decoding stops early") << QStringLiteral("0a1g2b") << Bytes(hex("0a0000"));
+    QTest::newRow("not ASCII") << QStringLiteral("0aé1") << nothing;
+}
+
+void TestZuveroData::hexDecoding()
+{
+    QFETCH(QString, text);
+    QFETCH(Bytes, expected);
+    QCOMPARE(ZuveroDataWithHexString(text), expected);
+    const bool ascii
+        = std::all_of(text.cbegin(), text.cend(), [](QChar c) { return c.unicode() < 0x80; });
+    if (ascii)
+        QCOMPARE(ZuveroDataWithHexCString(text.toLatin1().constData()), expected);
+}
+
+void TestZuveroData::hexEncoding()
+{
+    const QByteArray dead = hex("dead");
+    QCOMPARE(ZuveroHexStringFromData(dead), QStringLiteral("dead"));
+    QCOMPARE(ZuveroUppercaseHexStringFromData(dead), QStringLiteral("DEAD"));
+    QCOMPARE(ZuveroHexStringFromDataWithFormat(hex("00ff10"), "%02X"), QStringLiteral("00FF10"));
+    QCOMPARE(ZuveroHexStringFromData(QByteArray()), QStringLiteral(""));
+    QVERIFY(!ZuveroHexStringFromDataWithFormat(std::nullopt, "%02x"));
+}
+
+void TestZuveroData::base64URLDecoding_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<Bytes>("expected");
+
+    QTest::newRow("no padding needed") << QStringLiteral("YWJj") << Bytes(QByteArray("abc"));
+    QTest::newRow("two missing") << QStringLiteral("YQ") << Bytes(QByteArray("a"));
+    QTest::newRow("one missing") << QStringLiteral("YWI") << Bytes(QByteArray("ab"));
+    QTest::newRow("padding given") << QStringLiteral("YQ==") << Bytes(QByteArray("a"));
+    QTest::newRow("URL alphabet") << QStringLiteral("-_8") << Bytes(hex("fbff"));
+    QTest::newRow("standard alphabet too") << QStringLiteral("+/8") << Bytes(hex("fbff"));
+    QTest::newRow("stray white space")
+        << QStringLiteral("YWJj ZGVm\t\r\n") << Bytes(QByteArray("abcdef"));
+    QTest::newRow("length 1 mod 4") << QStringLiteral("YWJjZ") << Bytes();
+    QTest::newRow("one character") << QStringLiteral("a") << Bytes();
+    QTest::newRow("padding in the middle") << QStringLiteral("YQ==YQ==") << Bytes();
+    QTest::newRow("empty") << QString() << Bytes(QByteArray());
+}
+
+void TestZuveroData::base64URLDecoding()
+{
+    QFETCH(QString, text);
+    QFETCH(Bytes, expected);
+    QCOMPARE(ZuveroDataFromBase64URL(text), expected);
+}
+
+void TestZuveroData::base64URLRoundTrip()
+{
+    const QList<QPair<QByteArray, int>> cases
+        = {{hex("fb"), 2}, {hex("fbff"), 3}, {hex("fbffbf"), 4}, {QByteArray(), 0}};
+    for (const auto &[bytes, length] : cases) {
+        const std::optional<QString> text = ZuveroBase64URLWithData(bytes);
+        QVERIFY(text);
+        QCOMPARE(text->size(), length);
+        QVERIFY(!text->contains(QLatin1Char('=')) && !text->contains(QLatin1Char('+'))
+                && !text->contains(QLatin1Char('/')));
+        QCOMPARE(ZuveroDataFromBase64URL(text), Bytes(bytes));
+    }
+    const QByteArray random = ZuveroRandomDataWithLength(1000);
+    QCOMPARE(ZuveroDataFromBase64URL(ZuveroBase64URLWithData(random)), Bytes(random));
+}
+
+void TestZuveroData::base64Text()
+{
+    const QString text = QStringLiteral("héllo ✓");
+    QCOMPARE(decodeBase64String(ZuveroBase64URLWithData(text.toUtf8())), text);
+    QVERIFY(!decodeBase64String(ZuveroBase64URLWithData(hex("fffe80"))));
+    QVERIFY(!decodeBase64String(QStringLiteral("a")));
+}
+
+void TestZuveroData::sha256_data()
+{
+    QTest::addColumn<QByteArray>("input");
+    QTest::addColumn<QByteArray>("digest");
+
+    // FIPS 180-2, appendix B, and the empty input.
+    QTest::newRow("empty")
+        << QByteArray() << hex("e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+    QTest::newRow("abc") << QByteArray("abc")
+                         << hex("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    QTest::newRow("two blocks")
+        << QByteArray("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq")
+        << hex("248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1");
+    QTest::newRow("a million a") << QByteArray(
+        1'000'000, 'a') << hex("cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0");
+}
+
+void TestZuveroData::sha256()
+{
+    QFETCH(QByteArray, input);
+    QFETCH(QByteArray, digest);
+    QCOMPARE(ZuveroSHA256(input), Bytes(digest));
+}
+
+void TestZuveroData::hmac_data()
+{
+    QTest::addColumn<QByteArray>("key");
+    QTest::addColumn<QByteArray>("data");
+    QTest::addColumn<QByteArray>("sha256");
+    QTest::addColumn<QByteArray>("sha512");
+
+    // RFC 4231, test cases 1-4, 6 and 7 (5 truncates its output).
+    const QByteArray longKey(131, '\xaa');
+    QTest::newRow("case 1")
+        << QByteArray(20, '\x0b') << QByteArray("Hi There")
+        << hex("b0344c61d8db38535ca8afceaf0bf12b881dc200c9833da726e9376c2e32cff7")
+        << hex("87aa7cdea5ef619d4ff0b4241a1d6cb02379f4e2ce4ec2787ad0b30545e17cde"
+               "daa833b7d6b8a702038b274eaea3f4e4be9d914eeb61f1702e696c203a126854");
+    QTest::newRow("case 2")
+        << QByteArray("Jefe") << QByteArray("what do ya want for nothing?")
+        << hex("5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843")
+        << hex("164b7a7bfcf819e2e395fbe73b56e0a387bd64222e831fd610270cd7ea250554"
+               "9758bf75c05a994a6d034f65f8f0e6fdcaeab1a34d4a6b4b636e070a38bce737");
+    QTest::newRow("case 3")
+        << QByteArray(20, '\xaa') << QByteArray(50, '\xdd')
+        << hex("773ea91e36800e46854db8ebd09181a72959098b3ef8c122d9635514ced565fe")
+        << hex("fa73b0089d56a284efb0f0756c890be9b1b5dbdd8ee81a3655f83e33b2279d39"
+               "bf3e848279a722c806b485a47e67c807b946a337bee8942674278859e13292fb");
+    QTest::newRow("case 4")
+        << hex("0102030405060708090a0b0c0d0e0f10111213141516171819") << QByteArray(50, '\xcd')
+        << hex("82558a389a443c0ea4cc819899f2083a85f0faa3e578f8077a2e3ff46729665b")
+        << hex("b0ba465637458c6990e5a8c5f61d4af7e576d97ff94b872de76f8050361ee3db"
+               "a91ca5c11aa25eb4d679275cc5788063a5f19741120c4f2de2adebeb10a298dd");
+    QTest::newRow("case 6")
+        << longKey << QByteArray("Test Using Larger Than Block-Size Key - Hash Key First")
+        << hex("60e431591ee0b67f0d8a26aacbf5b77f8e0bc6213728c5140546040f0ee37f54")
+        << hex("80b24263c7c1a3ebb71493c1dd7be8b49b46d1f41b4aeec1121b013783f8f352"
+               "6b56d037e05f2598bd0fd2215d6a1e5295e64f73f63f0aec8b915a985d786598");
+    QTest::newRow("case 7")
+        << longKey
+        << QByteArray("This is a test using a larger than block-size key and a larger than "
+                      "block-size data. The key needs to be hashed before being used by the "
+                      "HMAC algorithm.")
+        << hex("9b09ffa71b942fcb27635fbcd5b0e944bfdc63644f0713938a7f51535c3a35e2")
+        << hex("e37b6a775dc87dbaa4dfa9f96e5e3ffddebd71f8867289865df5a32d20cdc944"
+               "b6022cac3c4982b10d5eeb55c3e4de15134676fb6de0446065c97440fa8c6a58");
+}
+
+void TestZuveroData::hmac()
+{
+    QFETCH(QByteArray, key);
+    QFETCH(QByteArray, data);
+    QFETCH(QByteArray, sha256);
+    QFETCH(QByteArray, sha512);
+    QCOMPARE(ZuveroHMACSHA256(key, data), Bytes(sha256));
+    QCOMPARE(ZuveroHMACSHA512(key, data), Bytes(sha512));
+}
+
+void TestZuveroData::nullInputsGiveNothing()
+{
+    QVERIFY(!ZuveroSHA256(std::nullopt));
+    QVERIFY(!ZuveroHMACSHA256(std::nullopt, QByteArray("x")));
+    QVERIFY(!ZuveroHMACSHA512(QByteArray("x"), std::nullopt));
+    QVERIFY(!ZuveroDataWithHexCString(nullptr));
+    QVERIFY(!ZuveroBase64URLWithData(std::nullopt));
+    // Empty is not absent: it has a MAC and an encoding.
+    QCOMPARE(ZuveroHMACSHA256(QByteArray(), QByteArray())->size(), 32);
+    QCOMPARE(ZuveroBase64URLWithData(QByteArray()), QStringLiteral(""));
+}
+
+void TestZuveroData::nullRemoval()
+{
+    const QVariant null = QVariant::fromValue(nullptr);
+    const QVariantMap tree{
+        {QStringLiteral("a"), null},
+        {QStringLiteral("b"), QVariantList{1, null, QVariantMap{{QStringLiteral("c"), null}}}}};
+    const QVariantMap expected{{QStringLiteral("b"), QVariantList{1, QVariantMap()}}};
+    QCOMPARE(ZuveroSkipNSNullRecursively(tree), QVariant(expected));
+    QCOMPARE(tree.size(), 2); // the input is left alone
+
+    const QVariantHash hash{{QStringLiteral("x"), null}, {QStringLiteral("y"), 2}};
+    QCOMPARE(ZuveroSkipNSNullRecursively(hash), QVariant(QVariantHash{{QStringLiteral("y"), 2}}));
+    QVERIFY(!ZuveroSkipNSNullRecursively(null).isValid());
+    QVERIFY(!ZuveroSkipNSNull(null).isValid());
+    QCOMPARE(ZuveroSkipNSNull(QVariant(5)), QVariant(5));
+    QCOMPARE(ZuveroSkipNSNullRecursively(QStringLiteral("s")), QVariant(QStringLiteral("s")));
+}
+
+void TestZuveroData::bytesInPlace()
+{
+    QCOMPARE(ZuveroReversedData(hex("010203")), Bytes(hex("030201")));
+    QByteArray even = hex("01020304");
+    ZuveroDataReverse(even);
+    QCOMPARE(even, hex("04030201"));
+
+    QVariant boxed(QByteArray("key"));
+    QVERIFY(ZuveroDataClear(&boxed));
+    QCOMPARE(boxed.toByteArray(), QByteArray(3, '\0'));
+    QVariant text(QStringLiteral("key"));
+    QVERIFY(!ZuveroDataClear(&text));
+
+    unsigned char buffer[4] = {1, 2, 3, 4};
+    QCOMPARE(ZuveroSecureMemset(buffer, 0xab, 3), static_cast<void *>(buffer));
+    QCOMPARE(QByteArray(reinterpret_cast<char *>(buffer), 4), hex("ababab04"));
+    char password[] = "hunter2";
+    ZuveroSecureClearCString(password);
+    QCOMPARE(QByteArray(password, sizeof password), QByteArray(sizeof password, '\0'));
+}
+
+void TestZuveroData::randomDevice()
+{
+    ZVXLogCapture log;
+    ZVXSetRandomDevicePath("/nonexistent/urandom");
+    try {
+        ZuveroRandomDataWithLength(8);
+        QFAIL("a missing random device must raise");
+    } catch (const ZuveroException &e) {
+        QCOMPARE(e.name(), QStringLiteral("Failed to open /dev/urandom"));
+        QCOMPARE(e.reason(), QStringLiteral("fopen('/dev/urandom', 'r') failed."));
+    }
+    QCOMPARE(log.lines(), QStringList{QStringLiteral("ZVX: ZVXData: cannot fopen /dev/urandom")});
+
+    // A device that runs dry must not yield predictable bytes.
+    QTemporaryFile empty;
+    QVERIFY(empty.open());
+    const QByteArray path = empty.fileName().toLocal8Bit();
+    ZVXSetRandomDevicePath(path.constData());
+    QVERIFY_THROWS_EXCEPTION(ZuveroException, ZuveroCreateRandomBytesOfLength(8));
+    ZVXSetRandomDevicePath(nullptr);
+    QCOMPARE(ZuveroRandomDataWithLength(0).size(), 0);
+    QVERIFY(ZuveroRandomDataWithLength(32) != ZuveroRandomDataWithLength(32));
+}
+
+QTEST_GUILESS_MAIN(TestZuveroData)
+#include "tst_zuverodata.moc"

@@ -1,5 +1,6 @@
 #include "ZVXJSON.h"
 
+#include <QDebug>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -124,6 +125,26 @@ std::optional<QVariant> parse(const QByteArray &text, ZuveroError *error)
         return std::nullopt;
     }
     return document.toVariant();
+}
+
+QString describe(const QVariant &value)
+{
+    if (!value.isValid())
+        return QStringLiteral("(null)");
+    // Wrapping in an array lets scalars through the document writer too.
+    if (const std::optional<QByteArray> json = serialize(QVariantList{value})) {
+        const QByteArray text = *json;
+        return QString::fromUtf8(text.mid(1, text.size() - 2));
+    }
+    QString text;
+    QDebug(&text).noquote() << value;
+    return text;
+}
+
+QString typeName(const QVariant &value)
+{
+    return value.isValid() ? QString::fromLatin1(value.metaType().name())
+                           : QStringLiteral("(null)");
 }
 
 } // namespace ZVXJSON

@@ -28,4 +28,13 @@ ZUVERO_EXPORT std::optional<QByteArray> serialize(const QVariant &value,
 //! The object or array in \a text.
 ZUVERO_EXPORT std::optional<QVariant> parse(const QByteArray &text, ZuveroError *error = nullptr);
 
+/*!
+    \a value as one line of text for a log: compact JSON where JSON can hold
+    it, "(null)" for nothing, Qt's debug form otherwise.
+*/
+ZUVERO_EXPORT QString describe(const QVariant &value);
+
+//! The name of \a value's type for a log line, "(null)" for nothing.
+ZUVERO_EXPORT QString typeName(const QVariant &value);
+
 } // namespace ZVXJSON

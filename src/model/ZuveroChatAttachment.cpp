@@ -1,0 +1,225 @@
+#include "ZuveroChatAttachment.h"
+
+#include "ZVXJSON.h"
+#include "ZVXLogging.h"
+#include "ZVXModelValues.h"
+
+#include <QHash>
+
+namespace {
+
+const QString UUIDKey = QStringLiteral("uuid");
+const QString ContentTypeKey = QStringLiteral("contentType");
+const QString PreviewURLKey = QStringLiteral("previewURL");
+const QString DataURLKey = QStringLiteral("dataURL");
+const QString DataKey = QStringLiteral("data");
+const QString LengthKey = QStringLiteral("length");
+const QString FilenameKey = QStringLiteral("filename");
+const QString IconKey = QStringLiteral("icon");
+const QString ImageSizeKey = QStringLiteral("imageSize");
+
+QUrl urlFrom(const QVariant &value)
+{
+    const std::optional<QString> text = ZVXModelValues::text(value);
+    if (!text)
+        return {};
+    const QUrl url(*text, QUrl::StrictMode);
+    return url.isValid() ? url : QUrl();
+}
+
+// At least two numbers: width and height, read with single precision.
+QSizeF sizeFrom(const QVariant &value)
+{
+    if (value.metaType().id() != QMetaType::QVariantList)
+        return QSizeF(0, 0);
+    const QVariantList numbers = value.toList();
+    if (numbers.size() < 2)
+        return QSizeF(0, 0);
+    return QSizeF(float(numbers.at(0).toDouble()), float(numbers.at(1).toDouble()));
+}
+
+} // namespace
+
+ZuveroChatAttachment::ZuveroChatAttachment()
+    : m_uuid(ZVXModelValues::newUUID())
+{
+}
+
+ZuveroChatAttachmentPtr ZuveroChatAttachment::init()
+{
+    return std::make_shared<ZuveroChatAttachment>();
+}
+
+ZuveroChatAttachmentPtr ZuveroChatAttachment::initWithImage(const ZuveroImagePtr &image)
+{
+    if (!image)
+        return nullptr;
+    auto attachment = init();
+    attachment->m_contentType = image->contentType();
+    attachment->m_data = image->raw();
+    attachment->m_image = image->image();
+    attachment->m_imageSize = image->image().deviceIndependentSize();
+    return attachment;
+}
+
+ZuveroChatAttachmentPtr ZuveroChatAttachment::initWithPropertyList(const QVariant &propertyList)
+{
+    if (propertyList.metaType().id() != QMetaType::QVariantMap) {
+        ZVXLog(QStringLiteral("ZuveroChatAttachment: property list is not a dictionary: %1 %2")
+                   .arg(ZVXJSON::typeName(propertyList), ZVXJSON::describe(propertyList)));
+        return nullptr;
+    }
+    const QVariantMap dictionary = propertyList.toMap();
+    const std::optional<QString> uuid = ZVXModelValues::text(dictionary.value(UUIDKey));
+    if (!uuid) {
+        ZVXLog(QStringLiteral("ZuveroChatAttachment: missing 'uuid' value in property list: %1")
+                   .arg(ZVXJSON::describe(dictionary)));
+        return nullptr;
+    }
+    const std::optional<QString> contentType = ZVXModelValues::text(dictionary.value(ContentTypeKey));
+    if (!contentType) {
+        ZVXLog(QStringLiteral("ZuveroChatAttachment: missing 'contentType' value in property list: %1")
+                   .arg(ZVXJSON::describe(dictionary)));
+        return nullptr;
+    }
+
+    auto attachment = std::make_shared<ZuveroChatAttachment>();
+    attachment->m_uuid = *uuid;
+    attachment->m_contentType = contentType;
+    attachment->m_previewURL = urlFrom(dictionary.value(PreviewURLKey));
+    attachment->m_dataURL = urlFrom(dictionary.value(DataURLKey));
+    const QVariant data = dictionary.value(DataKey);
+    if (data.metaType().id() == QMetaType::QByteArray)
+        attachment->m_data = data.toByteArray();
+    attachment->m_length = ZVXModelValues::count(dictionary.value(LengthKey));
+    attachment->m_filename = ZVXModelValues::text(dictionary.value(FilenameKey)).value_or(QStringLiteral(""));
+    attachment->m_icon = attachment->iconForContentType();
+    attachment->m_imageSize = sizeFrom(dictionary.value(ImageSizeKey));
+    return attachment;
+}
+
+QVariantMap ZuveroChatAttachment::propertyList() const
+{
+    QVariantMap dictionary;
+    dictionary.insert(UUIDKey, m_uuid);
+    dictionary.insert(ContentTypeKey, m_contentType.value_or(QStringLiteral("application/octet-stream")));
+    if (m_previewURL.isValid())
+        dictionary.insert(PreviewURLKey, m_previewURL.toString(QUrl::FullyEncoded));
+    if (m_dataURL.isValid())
+        dictionary.insert(DataURLKey, m_dataURL.toString(QUrl::FullyEncoded));
+    if (m_length != 0)
+        dictionary.insert(LengthKey, m_length);
+    if (m_filename)
+        dictionary.insert(FilenameKey, *m_filename);
+    dictionary.insert(IconKey, iconForContentType());
+    if (!m_imageSize.isNull())
+        dictionary.insert(ImageSizeKey, QVariantList{m_imageSize.width(), m_imageSize.height()});
+    return dictionary;
+}
+
+bool ZuveroChatAttachment::contentTypeIsOneOf(std::initializer_list<const char *> types) const
+{
+    if (!m_contentType)
+        return false;
+    for (const char *type : types) {
+        if (*m_contentType == QLatin1String(type))
+            return true;
+    }
+    return false;
+}
+
+bool ZuveroChatAttachment::isImage() const
+{
+    return m_contentType && m_contentType->startsWith(QLatin1String("image/"));
+}
+
+bool ZuveroChatAttachment::isPdf() const
+{
+    return contentTypeIsOneOf({"application/pdf"});
+}
+
+bool ZuveroChatAttachment::isVideo() const
+{
+    // "audio/x-ms-wmv" is a video container, whatever its name says.
+    return contentTypeIsOneOf({"video/mp4", "video/x-flv", "video/x-m4v", "video/x-matroska",
+                               "video/quicktime", "video/mpeg", "audio/x-ms-wmv"});
+}
+
+bool ZuveroChatAttachment::isDoc() const
+{
+    return contentTypeIsOneOf(
+        {"application/msword", "application/vnd.ms-word.document.macroEnabled.12",
+         "application/vnd.openxmlformats-officedocument.wordprocessingml.document",
+         "application/vnd.ms-word.template.macroEnabled.12",
+         "application/vnd.openxmlformats-officedocument.wordprocessingml.template",
+         "application/x-iwork-pages", "application/vnd.oasis.opendocument.text",
+         "application/vnd.oasis.opendocument.text-template"});
+}
+
+bool ZuveroChatAttachment::isAudio() const
+{
+    return contentTypeIsOneOf({"audio/x-aac", "audio/mpeg"});
+}
+
+bool ZuveroChatAttachment::isSpreadsheet() const
+{
+    return contentTypeIsOneOf({"application/excel", "application/vnd.ms-excel.template.macroEnabled.12"})
+        || (m_contentType
+            && m_contentType->contains(
+                QLatin1String("application/vnd.openxmlformats-officedocument.spreadsheetml")));
+}
+
+bool ZuveroChatAttachment::isPresentation() const
+{
+    return contentTypeIsOneOf(
+        {"application/vnd.openxmlformats-officedocument.presentationml.presentation",
+         "application/powerpoint", "application/x-iwork-keynote"});
+}
+
+bool ZuveroChatAttachment::isText() const
+{
+    return contentTypeIsOneOf({"text/plain", "text/comma-separated-values"});
+}
+
+bool ZuveroChatAttachment::isValidDocument() const
+{
+    return isPdf() || isVideo() || isDocumentNotPdfOrVideo();
+}
+
+bool ZuveroChatAttachment::isDocumentNotPdfOrVideo() const
+{
+    return isDoc() || isAudio() || isSpreadsheet() || isPresentation() || isText();
+}
+
+bool ZuveroChatAttachment::isUnknown() const
+{
+    return !isValidDocument() && !isImage();
+}
+
+QString ZuveroChatAttachment::iconForContentType() const
+{
+    if (isVideo())
+        return QStringLiteral("video_icon");
+    if (isPdf())
+        return QStringLiteral("pdf_icon");
+    if (isDoc() || isText())
+        return QStringLiteral("doc_icon");
+    if (isAudio())
+        return QStringLiteral("audio_icon");
+    if (isSpreadsheet())
+        return QStringLiteral("spreadsheet_icon");
+    if (isPresentation())
+        return QStringLiteral("presentation_icon");
+    return QStringLiteral("unknown_icon");
+}
+
+bool ZuveroChatAttachment::isEqual(const ZuveroChatAttachment &other) const
+{
+    // A data location that is set on one side only makes them differ.
+    return m_uuid == other.m_uuid && m_dataURL == other.m_dataURL;
+}
+
+size_t ZuveroChatAttachment::hash() const
+{
+    return qHash(m_uuid);
+}

@@ -18,6 +18,10 @@ packages=(
     # crypto, test certificates, a private session bus for the badge test,
     # fonts for widgets rendered offscreen
     libssl-dev openssl dbus-daemon dbus-session-bus-common fonts-dejavu-core
+    # gzip and deflate replies
+    zlib1g-dev
+    # Python's own multipart reader and compressors check the network code's bytes
+    python3
 )
 
 missing=()

@@ -20,8 +20,9 @@ packages=(
     libssl-dev openssl dbus-daemon dbus-session-bus-common fonts-dejavu-core
     # gzip and deflate replies
     zlib1g-dev
-    # Python's own multipart reader and compressors check the network code's bytes
-    python3
+    # network namespaces for the reachability test; Python's own multipart
+    # reader and compressors check the network code's bytes
+    iproute2 python3
 )
 
 missing=()

@@ -27,7 +27,7 @@ struct Link
 
 struct Route
 {
-    int family = AF_UNSPEC;
+    int family = AF_INET;
     int prefixLength = 0;
     QByteArray destination;
     bool hasGateway = false;

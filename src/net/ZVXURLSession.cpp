@@ -254,44 +254,50 @@ void ZVXURLSessionTask::resume()
     if (d->state != State::Suspended)
         return;
     d->state = State::Running;
-    if (d->session) {
+    if (d->session)
         d->session->d->enqueue(shared_from_this());
-        return;
-    }
-    d->state = State::Completed;
-    deliver(*QThreadPool::globalInstance(), std::move(d->check),
-            {std::nullopt, std::nullopt,
-             transportError(QNetworkReply::OperationCanceledError,
-                            describe(QNetworkReply::OperationCanceledError))},
-            d->request, nullptr, false);
+    else
+        endUnstarted();
 }
 
 void ZVXURLSessionTask::cancel()
 {
     if (d->state == State::Suspended)
-        resume();
-    if (d->session && d->state == State::Running)
+        endUnstarted();
+    else if (d->session && d->state == State::Running)
         d->session->d->stop(shared_from_this(), QNetworkReply::OperationCanceledError);
+}
+
+void ZVXURLSessionTask::endUnstarted()
+{
+    d->state = State::Completed;
+    const auto reason = QNetworkReply::OperationCanceledError;
+    deliver(d->session ? d->session->d->checks : *QThreadPool::globalInstance(),
+            std::move(d->check),
+            {std::nullopt, std::nullopt, transportError(reason, describe(reason))}, d->request,
+            nullptr, false);
 }
 
 void ZVXURLSession::Private::enqueue(const TaskPointer &task)
 {
+    const ZVXURLRequest &request = task->d->request;
+    const auto policy = request.cachePolicy().value_or(configuration.requestCachePolicy);
+    if (policy == ZVXURLRequest::CachePolicy::ReturnCacheDataElseLoad && cache
+        && request.httpMethod() == "GET") {
+        if (std::optional<ZVXCachedURLResponse> cached = cache->cachedResponse(request.url())) {
+            task->d->state = ZVXURLSessionTask::State::Completed;
+            deliver(checks, std::move(task->d->check), {cached->data, cached->response, {}},
+                    request, nullptr, false);
+            return;
+        }
+    }
+
     active.insert(task.get(), task);
     const WeakTask weak = task;
     ZVXClock::after(configuration.timeoutIntervalForResource, q, [this, weak] {
         if (TaskPointer task = weak.lock())
             stop(task, QNetworkReply::TimeoutError);
     });
-
-    const ZVXURLRequest &request = task->d->request;
-    const auto policy = request.cachePolicy().value_or(configuration.requestCachePolicy);
-    if (policy == ZVXURLRequest::CachePolicy::ReturnCacheDataElseLoad && cache
-        && request.httpMethod() == "GET") {
-        if (std::optional<ZVXCachedURLResponse> cached = cache->cachedResponse(request.url())) {
-            end(task, {cached->data, cached->response, {}}, false);
-            return;
-        }
-    }
     hosts[task->d->hostKey].waiting.push_back(task);
     startWaiting(task->d->hostKey);
 }

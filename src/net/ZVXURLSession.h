@@ -58,13 +58,14 @@ public:
 
     //! Main thread.
     void resume();
-    //! Ends the task with OperationCanceledError unless it has ended. Main thread.
+    //! Ends the task with OperationCanceledError unless it has ended; resumed or not. Main thread.
     void cancel();
 
 private:
     friend class ZVXURLSession;
     struct Private;
     explicit ZVXURLSessionTask(std::unique_ptr<Private> d);
+    void endUnstarted();
     std::unique_ptr<Private> d;
 };
 

@@ -15,15 +15,13 @@ const QByteArray Boundary = "ZVXMultipart83c4lq15a4Snje4na2h5kqt8lqr97sp219";
 // Python's own multipart reader: each part's name, filename, type and bytes (hex).
 const char ParserScript[] = R"(
 import email.parser, email.policy, json, sys
-body = sys.stdin.buffer.read()
 head = b"Content-Type: " + sys.argv[1].encode() + b"\r\n\r\n"
-message = email.parser.BytesParser(policy=email.policy.HTTP).parsebytes(head + body)
-parts = [{"name": p.get_param("name", header="content-disposition"),
-          "filename": p.get_filename(),
-          "type": p.get("Content-Type") and str(p.get("Content-Type")),
-          "data": p.get_payload(decode=True).hex()} for p in message.iter_parts()]
-print(json.dumps({"defects": len(message.defects) + sum(len(p.defects) for p in message.iter_parts()),
-                  "parts": parts}))
+message = email.parser.BytesParser(policy=email.policy.HTTP).parsebytes(head + sys.stdin.buffer.read())
+parts = list(message.iter_parts())
+print(json.dumps({"defects": len(message.defects) + sum(len(p.defects) for p in parts),
+                  "parts": [[p.get_param("name", header="content-disposition"), p.get_filename(),
+                             p.get("Content-Type") and str(p.get("Content-Type")),
+                             p.get_payload(decode=True).hex()] for p in parts]}))
 )";
 
 QJsonObject parseWithPython(const QString &contentType, const QByteArray &body)
@@ -32,18 +30,14 @@ QJsonObject parseWithPython(const QString &contentType, const QByteArray &body)
     python.start(u"/usr/bin/python3"_s, {u"-c"_s, QString::fromUtf8(ParserScript), contentType});
     python.write(body);
     python.closeWriteChannel();
-    if (!python.waitForFinished(30000) || python.exitCode() != 0)
-        qWarning() << "python3:" << python.errorString() << python.readAllStandardError();
+    python.waitForFinished(30000);
     return QJsonDocument::fromJson(python.readAllStandardOutput()).object();
 }
 
-QJsonObject part(const QString &name, const QJsonValue &filename, const QJsonValue &type,
-                 const QByteArray &data)
+QJsonArray part(const QString &name, const QJsonValue &filename, const QJsonValue &type,
+                const QByteArray &data)
 {
-    return {{u"name"_s, name},
-            {u"filename"_s, filename},
-            {u"type"_s, type},
-            {u"data"_s, QString::fromLatin1(data.toHex())}};
+    return {name, filename, type, QString::fromLatin1(data.toHex())};
 }
 
 } // namespace
@@ -56,7 +50,6 @@ private Q_SLOTS:
     void messageBodyIsByteExact();
     void independentParserReadsEveryPart();
     void partsThatAddNothing();
-    void emptyBodyStaysOpen();
 };
 
 void TestMultipart::messageBodyIsByteExact()
@@ -67,28 +60,21 @@ void TestMultipart::messageBodyIsByteExact()
     multipart.addData(json, u"message"_s, u"application/json"_s);
     multipart.addData(image, u"4f0c-a"_s, u"image/png"_s, u"4f0c-a"_s);
 
-    const QByteArray golden = "--" + Boundary
-        + "\r\n"
-          "Content-Disposition: form-data; name=\"message\"\r\n"
-          "Content-Type: application/json\r\n"
-          "Content-Transfer-Encoding: binary\r\n"
-          "\r\n"
-        + json
-        + "\r\n"
-          "--"
-        + Boundary
-        + "\r\n"
-          "Content-Disposition: form-data; name=\"4f0c-a\"; filename=\"4f0c-a\"\r\n"
-          "Content-Type: image/png\r\n"
-          "Content-Transfer-Encoding: binary\r\n"
-          "\r\n"
-        + image
-        + "\r\n"
-          "--"
-        + Boundary + "--";
+    // clang-format off
+    const QByteArray golden = "--" + Boundary + "\r\n"
+        "Content-Disposition: form-data; name=\"message\"\r\n"
+        "Content-Type: application/json\r\n"
+        "Content-Transfer-Encoding: binary\r\n"
+        "\r\n" + json + "\r\n"
+        "--" + Boundary + "\r\n"
+        "Content-Disposition: form-data; name=\"4f0c-a\"; filename=\"4f0c-a\"\r\n"
+        "Content-Type: image/png\r\n"
+        "Content-Transfer-Encoding: binary\r\n"
+        "\r\n" + image + "\r\n"
+        "--" + Boundary + "--";
+    // clang-format on
     QCOMPARE(multipart.data(), golden);
-    // The closing is written once.
-    QCOMPARE(multipart.data(), golden);
+    QCOMPARE(multipart.data(), golden); // the closing is written once
     QCOMPARE(multipart.contentType(),
              "multipart/form-data; boundary="_L1 + QLatin1String(Boundary));
 }
@@ -121,29 +107,18 @@ void TestMultipart::partsThatAddNothing()
     ZVXMultipart multipart;
     multipart.addString(std::nullopt, u"key"_s);
     multipart.addString(u"value"_s, QString());
-    multipart.addDictionary({{QString(), u"value"_s}});
     multipart.setBoundary(QString());
     QCOMPARE(multipart.boundary(), QLatin1String(Boundary));
+    // An empty body is not closed by reading it.
     QCOMPARE(multipart.data(), QByteArray());
 
     // Nothing has started, so the first real part has no leading CRLF.
     multipart.setBoundary(u"b"_s);
-    multipart.addString(u"v"_s, u"k"_s);
-    QCOMPARE(multipart.data(),
-             "--b\r\nContent-Disposition: form-data; name=\"k\"\r\n"
-             "Content-Transfer-Encoding: binary\r\n\r\nv\r\n--b--");
-}
-
-void TestMultipart::emptyBodyStaysOpen()
-{
-    ZVXMultipart multipart;
-    QCOMPARE(multipart.data(), QByteArray());
     multipart.addData(std::nullopt, u"k"_s, u"text/plain"_s);
     QCOMPARE(multipart.data(),
-             "--" + Boundary
-                 + "\r\nContent-Disposition: form-data; name=\"k\"\r\nContent-Type: text/plain\r\n"
-                   "Content-Transfer-Encoding: binary\r\n\r\n\r\n--"
-                 + Boundary + "--");
+             "--b\r\nContent-Disposition: form-data; name=\"k\"\r\n"
+             "Content-Type: text/plain\r\n"
+             "Content-Transfer-Encoding: binary\r\n\r\n\r\n--b--");
 }
 
 QTEST_GUILESS_MAIN(TestMultipart)

@@ -58,9 +58,10 @@ private:
         const QString ip = QStandardPaths::findExecutable(u"ip"_s, {u"/usr/sbin"_s, u"/sbin"_s});
         process.start(ip.isEmpty() ? u"ip"_s : ip, arguments);
         const bool ok = process.waitForFinished(30000) && process.exitCode() == 0;
+        const QString output = QString::fromLocal8Bit(process.readAllStandardError()).trimmed();
         if (!ok)
-            m_error = u"ip %1: %2%3"_s.arg(arguments.join(u' '), process.errorString(),
-                                           QString::fromLocal8Bit(process.readAllStandardError()));
+            m_error = u"ip %1: %2"_s.arg(arguments.join(u' '),
+                                         output.isEmpty() ? process.errorString() : output);
         return ok;
     }
 

@@ -21,8 +21,9 @@ QByteArray encoded(const QImage &image, const char *format)
 }
 
 // The smallest GIF: Qt reads GIF but cannot write it.
-const QByteArray gif = QByteArray::fromHex("47494638396101000100800000ffffff0000002c000000000100010000"
-                                           "02024401003b");
+const QByteArray gif
+    = QByteArray::fromHex("47494638396101000100800000ffffff0000002c000000000100010000"
+                          "02024401003b");
 
 // A 1x1 grey picture as a big-endian ("MM") TIFF; Qt itself writes little-endian ones.
 QByteArray bigEndianTIFF()
@@ -30,7 +31,7 @@ QByteArray bigEndianTIFF()
     QByteArray bytes;
     QDataStream out(&bytes, QIODevice::WriteOnly);
     out.setByteOrder(QDataStream::BigEndian);
-    const quint16 entries[][2] = {{256, 1}, {257, 1}, {258, 8}, {259, 1}, {262, 1},
+    const quint16 entries[][2] = {{256, 1},   {257, 1}, {258, 8}, {259, 1}, {262, 1},
                                   {273, 122}, {277, 1}, {278, 1}, {279, 1}};
     out.writeRawData("MM", 2);
     out << quint16(42) << quint32(8) << quint16(std::size(entries));
@@ -77,17 +78,27 @@ void TestChatAttachment::classification_data()
     QTest::addColumn<bool>("image");
     QTest::addColumn<bool>("document");
 
-    QTest::newRow("svg") << "image/svg+xml" << "unknown_icon" << true << false;
-    QTest::newRow("zip") << "application/zip" << "unknown_icon" << false << false;
-    QTest::newRow("pdf") << "application/pdf" << "pdf_icon" << false << true;
-    QTest::newRow("PDF is exact") << "APPLICATION/PDF" << "unknown_icon" << false << false;
-    QTest::newRow("xlsx contains") << "application/vnd.openxmlformats-officedocument.spreadsheetml.sheet"
-                                   << "spreadsheet_icon" << false << true;
-    QTest::newRow("wmv is video") << "audio/x-ms-wmv" << "video_icon" << false << true;
-    QTest::newRow("text") << "text/plain" << "doc_icon" << false << true;
-    QTest::newRow("odt") << "application/vnd.oasis.opendocument.text" << "doc_icon" << false << true;
-    QTest::newRow("mp3") << "audio/mpeg" << "audio_icon" << false << true;
-    QTest::newRow("keynote") << "application/x-iwork-keynote" << "presentation_icon" << false << true;
+    QTest::newRow("svg") << "image/svg+xml"
+                         << "unknown_icon" << true << false;
+    QTest::newRow("zip") << "application/zip"
+                         << "unknown_icon" << false << false;
+    QTest::newRow("pdf") << "application/pdf"
+                         << "pdf_icon" << false << true;
+    QTest::newRow("PDF is exact") << "APPLICATION/PDF"
+                                  << "unknown_icon" << false << false;
+    QTest::newRow("xlsx contains")
+        << "application/vnd.openxmlformats-officedocument.spreadsheetml.sheet"
+        << "spreadsheet_icon" << false << true;
+    QTest::newRow("wmv is video") << "audio/x-ms-wmv"
+                                  << "video_icon" << false << true;
+    QTest::newRow("text") << "text/plain"
+                          << "doc_icon" << false << true;
+    QTest::newRow("odt") << "application/vnd.oasis.opendocument.text"
+                         << "doc_icon" << false << true;
+    QTest::newRow("mp3") << "audio/mpeg"
+                         << "audio_icon" << false << true;
+    QTest::newRow("keynote") << "application/x-iwork-keynote"
+                             << "presentation_icon" << false << true;
 }
 
 void TestChatAttachment::classification()
@@ -108,7 +119,8 @@ void TestChatAttachment::dictionaryForm()
 {
     ZVXLogCapture log;
     auto read = [](const char *text) {
-        return ZuveroChatAttachment::initWithPropertyList(ZVXJSON::parse(text).value_or(QVariant()));
+        return ZuveroChatAttachment::initWithPropertyList(
+            ZVXJSON::parse(text).value_or(QVariant()));
     };
     const auto sized = read(R"({"uuid": "u", "contentType": "image/png", "imageSize": [640]})");
     QCOMPARE(sized->imageSize(), QSizeF(0, 0));
@@ -125,13 +137,14 @@ void TestChatAttachment::dictionaryForm()
     QVERIFY(!read(R"([])"));
     QVERIFY(!read(R"({"contentType": "image/png"})"));
     QVERIFY(!read(R"({"uuid": "u"})"));
-    QCOMPARE(log.lines(),
-             (QStringList{QStringLiteral("ZVX: ZuveroChatAttachment: property list is not a dictionary: "
-                                         "QVariantList []"),
-                          QStringLiteral("ZVX: ZuveroChatAttachment: missing 'uuid' value in property "
-                                         "list: {\"contentType\":\"image/png\"}"),
-                          QStringLiteral("ZVX: ZuveroChatAttachment: missing 'contentType' value in "
-                                         "property list: {\"uuid\":\"u\"}")}));
+    QCOMPARE(
+        log.lines(),
+        (QStringList{QStringLiteral("ZVX: ZuveroChatAttachment: property list is not a dictionary: "
+                                    "QVariantList []"),
+                     QStringLiteral("ZVX: ZuveroChatAttachment: missing 'uuid' value in property "
+                                    "list: {\"contentType\":\"image/png\"}"),
+                     QStringLiteral("ZVX: ZuveroChatAttachment: missing 'contentType' value in "
+                                    "property list: {\"uuid\":\"u\"}")}));
 
     // Equal by identifier and data location, a location on one side only included.
     ZuveroChatAttachment copy = *sized;
@@ -144,8 +157,8 @@ void TestChatAttachment::imageKinds_data()
 {
     QTest::addColumn<QByteArray>("bytes");
     QTest::addColumn<ZuveroImageType>("type");
-    QTest::addColumn<QString>("mediaType");     // by the first byte
-    QTest::addColumn<QString>("recordType");    // what an attachment made from it carries
+    QTest::addColumn<QString>("mediaType"); // by the first byte
+    QTest::addColumn<QString>("recordType"); // what an attachment made from it carries
     QTest::addColumn<bool>("decodes");
 
     const QImage picture = filled(8, 6);
@@ -153,13 +166,15 @@ void TestChatAttachment::imageKinds_data()
                          << "image/png" << true;
     QTest::newRow("jpeg") << encoded(picture, "jpeg") << ZuveroImageType::JPEG << "image/jpeg"
                           << "image/jpeg" << true;
-    QTest::newRow("gif") << gif << ZuveroImageType::GIF << "image/gif" << "image/gif" << true;
+    QTest::newRow("gif") << gif << ZuveroImageType::GIF << "image/gif"
+                         << "image/gif" << true;
     QTest::newRow("tiff MM") << bigEndianTIFF() << ZuveroImageType::TIFF << "image/tiff"
                              << "image/ttif" << true;
     QTest::newRow("tiff II") << encoded(picture, "tiff") << ZuveroImageType::Unknown << QString()
                              << QString() << true;
-    QTest::newRow("not a picture") << QByteArray("\x89 not a png") << ZuveroImageType::PNG
-                                   << "image/png" << "image/png" << false;
+    QTest::newRow("not a picture")
+        << QByteArray("\x89 not a png") << ZuveroImageType::PNG << "image/png"
+        << "image/png" << false;
 }
 
 void TestChatAttachment::imageKinds()

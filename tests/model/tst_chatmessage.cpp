@@ -53,9 +53,10 @@ void TestChatMessage::roundTripThroughJSONText()
             {"uuid": "broken"},
             {"uuid": "a3", "contentType": "application/pdf"}]})"));
     QVERIFY(message);
-    QCOMPARE(log.lines(), QStringList{QStringLiteral(
-                              "ZVX: ZuveroChatAttachment: missing 'contentType' value in property "
-                              "list: {\"uuid\":\"broken\"}")});
+    QCOMPARE(log.lines(),
+             QStringList{QStringLiteral(
+                 "ZVX: ZuveroChatAttachment: missing 'contentType' value in property "
+                 "list: {\"uuid\":\"broken\"}")});
     QCOMPARE(message->text(), QStringLiteral("Grüße 👋 — «ok»?"));
     QCOMPARE(message->date().toMSecsSinceEpoch(), 1700000000750);
     QVERIFY(message->isOffline() && message->isAgentMessage());
@@ -72,7 +73,8 @@ void TestChatMessage::roundTripThroughJSONText()
     QCOMPARE(again->locationDictionary()->value(QStringLiteral("floor")), QVariant(3));
     const ZuveroChatAttachmentPtr first = again->attachments()->first();
     QCOMPARE(first->imageSize(), QSizeF(640, 480));
-    QCOMPARE(first->dataURL().toString(QUrl::FullyEncoded), QStringLiteral("https://h/d/%C3%BC.png"));
+    QCOMPARE(first->dataURL().toString(QUrl::FullyEncoded),
+             QStringLiteral("https://h/d/%C3%BC.png"));
     QCOMPARE(first->icon(), QStringLiteral("unknown_icon"));
     QCOMPARE(first->filename(), QStringLiteral("ü.png"));
 }
@@ -81,14 +83,17 @@ void TestChatMessage::rejectedDictionaries_data()
 {
     QTest::addColumn<QVariant>("value");
     QTest::addColumn<QString>("line");
-    QTest::newRow("list") << json("[1, 2]")
-                          << "ZuveroChatMessage: property list is not a dictionary: QVariantList [1,2]";
-    QTest::newRow("no uuid") << json(R"({"sender": "user"})")
-                             << R"(ZuveroChatMessage: missing 'uuid' value in property list: {"sender":"user"})";
-    QTest::newRow("no sender") << json(R"({"uuid": "u"})")
-                               << R"(ZuveroChatMessage: missing 'sender' value in property list: {"uuid":"u"})";
-    QTest::newRow("sender case") << json(R"({"uuid": "u", "sender": "Agent"})")
-                                 << "ZuveroChatMessage: unknown 'sender' value in property list: Agent";
+    QTest::newRow("list") << json(
+        "[1, 2]") << "ZuveroChatMessage: property list is not a dictionary: QVariantList [1,2]";
+    QTest::newRow("no uuid")
+        << json(R"({"sender": "user"})")
+        << R"(ZuveroChatMessage: missing 'uuid' value in property list: {"sender":"user"})";
+    QTest::newRow("no sender")
+        << json(R"({"uuid": "u"})")
+        << R"(ZuveroChatMessage: missing 'sender' value in property list: {"uuid":"u"})";
+    QTest::newRow("sender case")
+        << json(R"({"uuid": "u", "sender": "Agent"})")
+        << "ZuveroChatMessage: unknown 'sender' value in property list: Agent";
 }
 
 void TestChatMessage::rejectedDictionaries()
@@ -106,7 +111,8 @@ void TestChatMessage::absentAndEmptyValues()
     const auto read = ZuveroChatMessage::initWithPropertyList(
         json(R"({"uuid": "u", "sender": "system", "date": "12.5 seconds", "attachments": []})"));
     QCOMPARE(read->date().toMSecsSinceEpoch(), 12500);
-    const auto undated = ZuveroChatMessage::initWithPropertyList(json(R"({"uuid": "u", "sender": "user"})"));
+    const auto undated
+        = ZuveroChatMessage::initWithPropertyList(json(R"({"uuid": "u", "sender": "user"})"));
     QCOMPARE(undated->date().toMSecsSinceEpoch(), 0);
     QVERIFY(!read->propertyList().contains(QStringLiteral("attachments")));
     QCOMPARE(undated->attachments(), ZuveroChatAttachmentList());
@@ -137,19 +143,23 @@ void TestChatMessage::localMessages()
     QCOMPARE(message->uploadProgress(), 1.0);
     QVERIFY(message->isUserMessage() && !message->isOffline());
     QCOMPARE(message->date(), clock.now());
-    QVERIFY(ZuveroChatMessage::initWithText(std::nullopt, ZuveroChatAttachmentPtr())->attachments()->isEmpty());
+    QVERIFY(ZuveroChatMessage::initWithText(std::nullopt, ZuveroChatAttachmentPtr())
+                ->attachments()
+                ->isEmpty());
     QVERIFY(!ZuveroChatMessage::initWithAgentText(QStringLiteral("a"))->attachments());
     QCOMPARE(ZuveroChatMessage::initWithSystemText(QStringLiteral("Welcome"))->sender(),
              QStringLiteral("system"));
     QCOMPARE(message->propertyListIncludingData(), message->propertyList());
-    const auto withFile = ZuveroChatMessage::initWithText(QStringLiteral("f"), ZuveroChatAttachment::init());
+    const auto withFile
+        = ZuveroChatMessage::initWithText(QStringLiteral("f"), ZuveroChatAttachment::init());
     QVERIFY_THROWS_EXCEPTION(ZuveroException, withFile->propertyListIncludingData());
 
     message->setIsOffline(true);
     const QString expected = QStringLiteral("uuid = %1\ntext = hi\nisOffline = 1\ndate = "
                                             "2023-11-14 22:13:20 +0000\n----------")
                                  .arg(message->uuid());
-    QVERIFY(message->description().startsWith(QStringLiteral("----------\n<ZuveroChatMessage: 0x")));
+    QVERIFY(
+        message->description().startsWith(QStringLiteral("----------\n<ZuveroChatMessage: 0x")));
     QVERIFY(message->description().endsWith(expected));
 }
 
@@ -160,24 +170,35 @@ void TestChatMessage::payloads_data()
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("line"); // empty: nothing logged
 
-    QTest::newRow("no code is an agent")
-        << json(R"({"alert": "top", "aps": {"alert": "inner"}, "appdata": {"t": "m", "uuid": "1"}})")
-        << "agent" << "top" << "";
+    QTest::newRow("no code is an agent") << json(
+        R"({"alert": "top", "aps": {"alert": "inner"}, "appdata": {"t": "m", "uuid": "1"}})")
+                                         << "agent"
+                                         << "top"
+                                         << "";
     QTest::newRow("user, alert under aps")
         << json(R"({"aps": {"alert": "inner"}, "appdata": {"t": "m", "uuid": "1", "s": "u",
                     "tr": true, "a": 1, "d": 1700000000.5, "l": {"lat": 1.5, "lng": 2}}})")
-        << "user" << "inner" << "";
+        << "user"
+        << "inner"
+        << "";
     QTest::newRow("system, no alert")
-        << json(R"({"appdata": {"t": "m", "uuid": "1", "s": "s"}})") << "system" << "" << "";
+        << json(R"({"appdata": {"t": "m", "uuid": "1", "s": "s"}})") << "system"
+        << ""
+        << "";
     QTest::newRow("unknown code")
-        << json(R"({"appdata": {"t": "m", "uuid": "1", "s": "x"}})") << "" << ""
+        << json(R"({"appdata": {"t": "m", "uuid": "1", "s": "x"}})") << ""
+        << ""
         << "ZuveroChatMessage: unknown sender 's' value in remote notification payload: x";
-    QTest::newRow("another kind") << json(R"({"appdata": {"t": "b", "uuid": "1"}})") << "" << "" << "";
+    QTest::newRow("another kind") << json(R"({"appdata": {"t": "b", "uuid": "1"}})") << ""
+                                  << ""
+                                  << "";
     QTest::newRow("no app data")
-        << json(R"({"aps": {}})") << "" << ""
+        << json(R"({"aps": {}})") << ""
+        << ""
         << "ZuveroChatMessage: remote notification payload is not a dictionary: (null) (null)";
     QTest::newRow("no uuid")
-        << json(R"({"appdata": {"t": "m"}})") << "" << ""
+        << json(R"({"appdata": {"t": "m"}})") << ""
+        << ""
         << R"(ZuveroChatMessage: missing 'uuid' value in remote notification payload: {"t":"m"})";
 }
 
@@ -189,7 +210,8 @@ void TestChatMessage::payloads()
     QFETCH(QString, line);
     ZVXLogCapture log;
     const auto message = ZuveroChatMessage::initWithRemoteNotificationPayload(payload.toMap());
-    QCOMPARE(log.lines(), line.isEmpty() ? QStringList() : QStringList{QStringLiteral("ZVX: ") + line});
+    QCOMPARE(log.lines(),
+             line.isEmpty() ? QStringList() : QStringList{QStringLiteral("ZVX: ") + line});
     QCOMPARE(bool(message), !sender.isEmpty());
     if (!message)
         return;
@@ -199,8 +221,10 @@ void TestChatMessage::payloads()
     const QVariantMap data = payload.toMap().value(QStringLiteral("appdata")).toMap();
     QCOMPARE(message->isTruncated(), data.value(QStringLiteral("tr")).toBool());
     QCOMPARE(message->hasAttachments(), data.value(QStringLiteral("a")).toBool());
-    QCOMPARE(message->date().toMSecsSinceEpoch(), qint64(data.value(QStringLiteral("d")).toDouble() * 1000));
-    QCOMPARE(message->locationDictionary().value_or(QVariantMap()), data.value(QStringLiteral("l")).toMap());
+    QCOMPARE(message->date().toMSecsSinceEpoch(),
+             qint64(data.value(QStringLiteral("d")).toDouble() * 1000));
+    QCOMPARE(message->locationDictionary().value_or(QVariantMap()),
+             data.value(QStringLiteral("l")).toMap());
 }
 
 QTEST_GUILESS_MAIN(TestChatMessage)

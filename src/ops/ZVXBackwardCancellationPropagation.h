@@ -12,7 +12,8 @@ class ZUVERO_EXPORT ZVXBackwardCancellationPropagation final
     : public ZVXOperationDependencyPropagation
 {
 public:
-    //! Raises "WTF" when \a source and \a target are the same: the link would cancel its own source.
+    //! Raises "WTF" when \a source and \a target are the same: the link would cancel its own
+    //! source.
     static std::shared_ptr<ZVXBackwardCancellationPropagation>
     propagationWithSourceOperation(std::shared_ptr<ZVXConcurrentOperation> source,
                                    std::shared_ptr<ZVXOperation> target);

@@ -19,8 +19,9 @@ void ZVXBlockConcurrentOperation::addExecutionBlock(ExecutionBlock block)
 {
     std::lock_guard locker(m_blocksMutex);
     if (isFinished())
-        throw ZuveroException(ZVXInvalidArgumentException,
-                              QStringLiteral("Can't add block to finished ZVXBlockConcurrentOperation"));
+        throw ZuveroException(
+            ZVXInvalidArgumentException,
+            QStringLiteral("Can't add block to finished ZVXBlockConcurrentOperation"));
     if (isExecuting())
         throw ZuveroException(
             ZVXInvalidArgumentException,

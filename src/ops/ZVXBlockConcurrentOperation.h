@@ -11,7 +11,8 @@
 class ZUVERO_EXPORT ZVXBlockConcurrentOperation : public ZVXConcurrentOperation
 {
 public:
-    using ExecutionBlock = std::function<void(const std::shared_ptr<ZVXBlockConcurrentOperation> &)>;
+    using ExecutionBlock
+        = std::function<void(const std::shared_ptr<ZVXBlockConcurrentOperation> &)>;
 
     static std::shared_ptr<ZVXBlockConcurrentOperation> init();
     static std::shared_ptr<ZVXBlockConcurrentOperation>

@@ -92,7 +92,7 @@ void ZVXConcurrentOperation::finishWithSuccess(bool success, const ZuveroError &
         m_error = ZuveroError();
     } else {
         m_error = error.isNull() ? ZuveroError::withDescription(ZVXConcurrentOperationErrorDomain,
-                                                                 0, QStringLiteral("Unknown error"))
+                                                                0, QStringLiteral("Unknown error"))
                                  : error;
     }
     m_success = success;
@@ -149,17 +149,6 @@ void ZVXConcurrentOperation::cancelFromNotification(const ZuveroNotification &)
     cancel();
 }
 
-void ZVXConcurrentOperation::cancelOnNotification(const QString &name, const QObject *object)
-{
-    auto observer = ZuveroNotificationCenter::defaultCenter()->addObserver(
-        name, object, [operation = weak_from_this()](const ZuveroNotification &notification) {
-            if (const auto strong = operation.lock())
-                static_cast<ZVXConcurrentOperation &>(*strong).cancelFromNotification(notification);
-        });
-    std::lock_guard locker(propagationRecursiveLock());
-    m_notificationObservers.push_back(std::move(observer));
-}
-
 bool ZVXConcurrentOperation::isReady() const
 {
     return m_readyForFinish || ZVXOperation::isReady();
@@ -196,7 +185,8 @@ void ZVXConcurrentOperation::setLocalizedDescription(const QString &description)
 void ZVXConcurrentOperation::performFinishHandlers()
 {
     didFinish();
-    // Emptied before they run: a callback registered from a callback goes to a list that never runs.
+    // Emptied before they run: a callback registered from a callback goes to a list that never
+    // runs.
     m_readyBlocks.reset();
     const auto cancelBlocks = std::exchange(m_cancelBlocks, std::nullopt);
     const auto successBlocks = std::exchange(m_successBlocks, std::nullopt);
@@ -293,8 +283,7 @@ std::optional<QList<ZVXConcurrentOperation::Block>> ZVXConcurrentOperation::succ
     return m_successBlocks;
 }
 
-std::optional<QList<ZVXConcurrentOperation::ErrorBlock>>
-ZVXConcurrentOperation::errorBlocks() const
+std::optional<QList<ZVXConcurrentOperation::ErrorBlock>> ZVXConcurrentOperation::errorBlocks() const
 {
     std::lock_guard locker(propagationRecursiveLock());
     return m_errorBlocks;
@@ -334,7 +323,8 @@ void ZVXConcurrentOperation::deferToOperation(const std::shared_ptr<ZVXOperation
         return;
     const auto self = std::static_pointer_cast<ZVXConcurrentOperation>(shared_from_this());
     std::lock_guard locker(propagationRecursiveLock());
-    addPropagation(ZVXForwardCompletionPropagation::propagationWithSourceOperation(operation, self));
+    addPropagation(
+        ZVXForwardCompletionPropagation::propagationWithSourceOperation(operation, self));
     if (exclusive)
         addPropagation(
             ZVXBackwardCancellationPropagation::propagationWithSourceOperation(self, operation));

@@ -45,9 +45,8 @@ public:
     */
     void finishWithSuccess(bool success, const ZuveroError &error = {});
     void cancel() override;
+    //! A target for notification observers: cancels.
     void cancelFromNotification(const ZuveroNotification &notification);
-    //! Cancels on each \a name posted on the default center; observed while the operation lives.
-    void cancelOnNotification(const QString &name, const QObject *object = nullptr);
 
     //! Also ready once its outcome is settled, so that a queue starts it and lets it end.
     bool isReady() const override;
@@ -103,7 +102,10 @@ public:
         ends; when the host expires it, \a expirationHandler runs and the
         operation is cancelled.
     */
-    void beginApplicationBackgroundTask() { beginApplicationBackgroundTaskWithExpirationHandler({}); }
+    void beginApplicationBackgroundTask()
+    {
+        beginApplicationBackgroundTaskWithExpirationHandler({});
+    }
     void beginApplicationBackgroundTaskWithExpirationHandler(Block expirationHandler);
     void cleanupBackgroundTask();
     ZuveroBackgroundTaskIdentifier backgroundTaskIdentifier() const
@@ -144,7 +146,6 @@ private:
     std::optional<QList<Block>> m_successBlocks;
     std::optional<QList<ErrorBlock>> m_errorBlocks;
     std::optional<QList<Block>> m_finishBlocks;
-    std::vector<ZuveroNotificationObserver> m_notificationObservers;
 
     // Never held while the class-wide lock is taken, so cleanup() may take it under that lock.
     std::mutex m_backgroundTaskMutex;

@@ -4,10 +4,10 @@ std::shared_ptr<ZVXForwardCancellationPropagation>
 ZVXForwardCancellationPropagation::propagationWithSourceOperation(
     std::shared_ptr<ZVXOperation> source, std::shared_ptr<ZVXOperation> target)
 {
-    return make<ZVXForwardCancellationPropagation>(
-        std::move(source), std::move(target),
-        ZVXOperationKey::IsScheduledForFinish | ZVXOperationKey::IsCancelled
-            | ZVXOperationKey::IsFinished);
+    return make<ZVXForwardCancellationPropagation>(std::move(source), std::move(target),
+                                                   ZVXOperationKey::IsScheduledForFinish
+                                                       | ZVXOperationKey::IsCancelled
+                                                       | ZVXOperationKey::IsFinished);
 }
 
 void ZVXForwardCancellationPropagation::propagateIfNeeded()

@@ -6,10 +6,10 @@ std::shared_ptr<ZVXForwardCompletionPropagation>
 ZVXForwardCompletionPropagation::propagationWithSourceOperation(
     std::shared_ptr<ZVXOperation> source, std::shared_ptr<ZVXConcurrentOperation> target)
 {
-    return make<ZVXForwardCompletionPropagation>(
-        std::move(source), std::move(target),
-        ZVXOperationKey::IsScheduledForFinish | ZVXOperationKey::IsCancelled
-            | ZVXOperationKey::IsFinished);
+    return make<ZVXForwardCompletionPropagation>(std::move(source), std::move(target),
+                                                 ZVXOperationKey::IsScheduledForFinish
+                                                     | ZVXOperationKey::IsCancelled
+                                                     | ZVXOperationKey::IsFinished);
 }
 
 void ZVXForwardCompletionPropagation::propagateIfNeeded()

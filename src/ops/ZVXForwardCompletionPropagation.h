@@ -10,8 +10,7 @@ class ZVXConcurrentOperation;
     ZVXConcurrentOperation passes its cancellation, or success once it has
     finished.
 */
-class ZUVERO_EXPORT ZVXForwardCompletionPropagation final
-    : public ZVXOperationDependencyPropagation
+class ZUVERO_EXPORT ZVXForwardCompletionPropagation final : public ZVXOperationDependencyPropagation
 {
 public:
     static std::shared_ptr<ZVXForwardCompletionPropagation>

@@ -86,8 +86,8 @@ void ZVXOperationQueue::Private::wakeWorker()
         wake.notify_one();
         return;
     }
-    const int limit = maxConcurrent > 0 ? std::min(maxConcurrent, MaxWorkerThreads)
-                                        : MaxWorkerThreads;
+    const int limit
+        = maxConcurrent > 0 ? std::min(maxConcurrent, MaxWorkerThreads) : MaxWorkerThreads;
     if (int(workers.size()) < limit)
         workers.emplace_back([self = shared_from_this()] { self->run(); });
 }

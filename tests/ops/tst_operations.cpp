@@ -64,12 +64,9 @@ QString outcome(const ZVXConcurrentOperation &op)
         return QStringLiteral("cancelled");
     if (!op.isScheduledForFinish())
         return QStringLiteral("open");
-    return op.success() ? QStringLiteral("success") : QStringLiteral("error %1").arg(op.error().code());
+    return op.success() ? QStringLiteral("success")
+                        : QStringLiteral("error %1").arg(op.error().code());
 }
-
-const char *const FlagNames[] = {"ready", "executing", "finished", "cancelled",
-                                 "scheduledForFinish", "scheduledForError",
-                                 "scheduledForCancellation"};
 
 void expectRaise(const std::function<void()> &call, const QString &reason)
 {
@@ -183,20 +180,25 @@ void TestOperations::transitions()
         auto recorder = std::make_shared<NoticeRecorder>();
         op->addObserver(recorder, ZVXOperationKeys(0x7f));
         row.event(*op);
-        const bool flags[] = {op->isReady(), op->isExecuting(), op->isFinished(), op->isCancelled(),
-                              op->isScheduledForFinish(), op->isScheduledForError(),
-                              op->isScheduledForCancellation()};
         QStringList state;
-        for (int i = 0; i < 7; ++i) {
-            if (flags[i])
-                state << QString::fromLatin1(FlagNames[i]);
-        }
+        const auto flag = [&state](bool set, const char *name) {
+            if (set)
+                state << QLatin1String(name);
+        };
+        flag(op->isReady(), "ready");
+        flag(op->isExecuting(), "executing");
+        flag(op->isFinished(), "finished");
+        flag(op->isCancelled(), "cancelled");
+        flag(op->isScheduledForFinish(), "scheduledForFinish");
+        flag(op->isScheduledForError(), "scheduledForError");
+        flag(op->isScheduledForCancellation(), "scheduledForCancellation");
         const QString seen = QStringLiteral("%1: [%2] [%3] [%4]")
                                  .arg(QLatin1String(row.from), op->events.join(u", "),
                                       recorder->notices.join(u", "), state.join(u' '));
-        QCOMPARE(seen, QStringLiteral("%1: [%2] [%3] [%4]")
-                           .arg(QLatin1String(row.from), QLatin1String(row.callbacks),
-                                QLatin1String(row.notices), QLatin1String(row.state)));
+        QCOMPARE(seen,
+                 QStringLiteral("%1: [%2] [%3] [%4]")
+                     .arg(QLatin1String(row.from), QLatin1String(row.callbacks),
+                          QLatin1String(row.notices), QLatin1String(row.state)));
         op->cancel(); // a running operation keeps itself alive until it ends
     }
 }
@@ -205,7 +207,7 @@ void TestOperations::outcomeCallbacks_data()
 {
     QTest::addColumn<std::function<void(ZVXConcurrentOperation &)>>("settle");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("success") << std::function([](ZVXConcurrentOperation &) { })
+    QTest::newRow("success") << std::function([](ZVXConcurrentOperation &) {})
                              << QStringLiteral("s1 elseC elseE s2 f1 f2");
     QTest::newRow("error") << std::function([](ZVXConcurrentOperation &op) {
         op.finishWithSuccess(false, failure);
@@ -219,7 +221,8 @@ void TestOperations::outcomeCallbacks()
     QFETCH(std::function<void(ZVXConcurrentOperation &)>, settle);
     QFETCH(QString, expected);
     QStringList log;
-    const auto note = [&log](const char *text) { return [&log, text] { log << QLatin1String(text); }; };
+    const auto note
+        = [&log](const char *text) { return [&log, text] { log << QLatin1String(text); }; };
     const auto op = ZVXConcurrentOperation::init();
     op->onSuccess(note("s1"), note("elseS"));
     op->onCancel(note("c"), note("elseC"));
@@ -234,8 +237,8 @@ void TestOperations::outcomeCallbacks()
     QVERIFY(log.isEmpty());
     op->start();
     QCOMPARE(log.join(u' '), expected);
-    QVERIFY(!op->readyBlocks() && !op->cancelBlocks() && !op->successBlocks()
-            && !op->errorBlocks() && !op->finishBlocks());
+    QVERIFY(!op->readyBlocks() && !op->cancelBlocks() && !op->successBlocks() && !op->errorBlocks()
+            && !op->finishBlocks());
 
     // The first outcome stays; nothing runs again, late callbacks never.
     const QString settled = outcome(*op);
@@ -253,8 +256,9 @@ void TestOperations::outcomes()
 {
     const auto unknown = ZVXConcurrentOperation::init();
     unknown->finishWithSuccess(false);
-    QCOMPARE(unknown->error(), ZuveroError::withDescription(ZVXConcurrentOperationErrorDomain, 0,
-                                                            QStringLiteral("Unknown error")));
+    QCOMPARE(unknown->error(),
+             ZuveroError::withDescription(ZVXConcurrentOperationErrorDomain, 0,
+                                          QStringLiteral("Unknown error")));
     const auto succeeded = ZVXConcurrentOperation::init();
     succeeded->finishWithSuccess(true, failure);
     QVERIFY(succeeded->success() && succeeded->error().isNull());
@@ -279,7 +283,9 @@ void TestOperations::misuseRaises()
                 QStringLiteral("ZVXConcurrentOperation is not ready: ") + waiting->description());
     QVERIFY(waiting->description().startsWith(QLatin1String("<ZVXConcurrentOperation: 0x")));
     expectRaise(
-        [&] { ZVXBackwardCancellationPropagation::propagationWithSourceOperation(waiting, waiting); },
+        [&] {
+            ZVXBackwardCancellationPropagation::propagationWithSourceOperation(waiting, waiting);
+        },
         QStringLiteral("WTF"));
 
     // The blocks run in order, given the operation, and do not end it.
@@ -313,7 +319,8 @@ void TestOperations::allDependenciesDidSucceed()
     QVERIFY(op->allDependenciesDidSucceed(&error) && error.isNull());
     for (const ZuveroError &cause : {failure, ZuveroError()}) {
         op->addDependency(ZVXConcurrentOperation::init());
-        static_cast<ZVXConcurrentOperation &>(*op->dependencies().last()).finishWithSuccess(false, cause);
+        static_cast<ZVXConcurrentOperation &>(*op->dependencies().last())
+            .finishWithSuccess(false, cause);
     }
     QVERIFY(!op->allDependenciesDidSucceed());
     QVERIFY(!op->allDependenciesDidSucceed(&error));
@@ -374,19 +381,25 @@ void TestOperations::links()
     QFETCH(bool, released);
     Operation source = plainSource ? ZVXOperation::operationWithBlock({})
                                    : Operation(ZVXConcurrentOperation::init());
-    const auto concurrent = [&source] { return std::static_pointer_cast<ZVXConcurrentOperation>(source); };
+    const auto concurrent
+        = [&source] { return std::static_pointer_cast<ZVXConcurrentOperation>(source); };
     const Concurrent other = ZVXConcurrentOperation::init();
     std::shared_ptr<ZVXOperationDependencyPropagation> propagation;
     if (link == QLatin1String("cancellation"))
-        propagation = ZVXForwardCancellationPropagation::propagationWithSourceOperation(source, other);
+        propagation
+            = ZVXForwardCancellationPropagation::propagationWithSourceOperation(source, other);
     else if (link == QLatin1String("error"))
-        propagation = ZVXForwardErrorPropagation::propagationWithSourceOperation(concurrent(), other);
+        propagation
+            = ZVXForwardErrorPropagation::propagationWithSourceOperation(concurrent(), other);
     else if (link == QLatin1String("backward"))
-        propagation = ZVXBackwardCancellationPropagation::propagationWithSourceOperation(concurrent(), other);
+        propagation = ZVXBackwardCancellationPropagation::propagationWithSourceOperation(
+            concurrent(), other);
     else
-        propagation = ZVXForwardCompletionPropagation::propagationWithSourceOperation(source, other);
+        propagation
+            = ZVXForwardCompletionPropagation::propagationWithSourceOperation(source, other);
     propagation->propagateIfNeeded();
-    QVERIFY(propagation->concernsOperation(source.get()) && propagation->concernsOperation(other.get()));
+    QVERIFY(propagation->concernsOperation(source.get())
+            && propagation->concernsOperation(other.get()));
 
     for (const QString &event : sourceEvents.split(u' ')) {
         if (event == QLatin1String("cancel"))
@@ -419,7 +432,8 @@ void TestOperations::dependencyLinks()
     QCOMPARE(outcome(*owned), QStringLiteral("cancelled"));
 
     // Removing a dependency drops its links with the wait.
-    const auto inherited = ZVXConcurrentOperation::init(), exclusive = ZVXConcurrentOperation::init();
+    const auto inherited = ZVXConcurrentOperation::init(),
+               exclusive = ZVXConcurrentOperation::init();
     const auto freed = ZVXConcurrentOperation::init();
     freed->addDependency(inherited, true, false);
     freed->addDependency(exclusive, false, true);
@@ -601,7 +615,8 @@ void TestOperations::stress()
                 else if (!record.concurrent)
                     record.op->addDependency(dependency->op);
                 else if (random() % 4)
-                    record.concurrent->addDependency(dependency->op, random() % 2, random() % 4 == 0);
+                    record.concurrent->addDependency(dependency->op, random() % 2,
+                                                     random() % 4 == 0);
                 else
                     record.concurrent->deferToOperation(dependency->op, random() % 4 == 0);
             }

@@ -30,12 +30,8 @@ std::shared_ptr<ZVXConcurrentOperation> ZVXConcurrentOperation::init()
 
 bool ZVXConcurrentOperation::startLocked()
 {
-    if (isFinished())
+    if (!mayStart(QLatin1String("ZVXConcurrentOperation")))
         return false;
-    if (!isReady())
-        raise(QStringLiteral("ZVXConcurrentOperation is not ready: %1"));
-    if (isExecuting())
-        raise(QStringLiteral("ZVXConcurrentOperation is already executing: %1"));
     if (isScheduledForFinish()) {
         willChangeValueForKey(Key::IsFinished);
         setFinished(true);

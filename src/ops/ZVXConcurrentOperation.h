@@ -26,6 +26,10 @@ class ZVXOperationDependencyPropagation;
     States: new -> ready -> executing -> finished, or new -> settled
     (cancelled or finished before start) -> finished at start. A cancelled
     running operation reports both executing and finished.
+
+    Once main() runs, the operation keeps itself alive until it ends, and
+    its links hold the operations at both ends until either can no longer
+    change: every operation must be ended (or dropped before it has links).
 */
 class ZUVERO_EXPORT ZVXConcurrentOperation : public ZVXOperation
 {

@@ -86,12 +86,8 @@ void ZVXOperation::start()
 
 bool ZVXOperation::startLocked()
 {
-    if (isFinished())
+    if (!mayStart(QLatin1String("ZVXOperation")))
         return false;
-    if (!isReady())
-        raise(QStringLiteral("ZVXOperation is not ready: %1"));
-    if (isExecuting())
-        raise(QStringLiteral("ZVXOperation is already executing: %1"));
     if (isCancelled()) {
         willChangeValueForKey(ZVXOperationKey::IsFinished);
         setFinished(true);
@@ -256,7 +252,18 @@ QString ZVXOperation::description() const
     return QStringLiteral("<%1: 0x%2>").arg(className).arg(quintptr(this), 0, 16);
 }
 
-void ZVXOperation::raise(const QString &reasonFormat) const
+bool ZVXOperation::mayStart(QLatin1String className) const
 {
-    throw ZuveroException(ZVXInvalidArgumentException, reasonFormat.arg(description()));
+    if (isFinished())
+        return false;
+    const auto raise = [&](const char *reason) {
+        throw ZuveroException(
+            ZVXInvalidArgumentException,
+            QStringLiteral("%1 %2: %3").arg(className, QLatin1String(reason), description()));
+    };
+    if (!isReady())
+        raise("is not ready");
+    if (isExecuting())
+        raise("is already executing");
+    return true;
 }

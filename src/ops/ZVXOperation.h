@@ -121,7 +121,12 @@ protected:
     void setFinished(bool finished) { m_finished.store(finished); }
     void setCancelled(bool cancelled) { m_cancelled.store(cancelled); }
 
-    [[noreturn]] void raise(const QString &reasonFormat) const;
+    /*!
+        False for a finished operation (starting it again is harmless);
+        raises, naming \a className, for one that is not ready or already
+        executing; true otherwise.
+    */
+    bool mayStart(QLatin1String className) const;
 
 private:
     friend class ZVXOperationQueue;

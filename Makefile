@@ -3,14 +3,16 @@
 #   make             build the library, tools and tests (build/)
 #   make test        ... and run every test suite
 #   make test-sanitize   the same suites under AddressSanitizer + UBSan (build-asan/)
+#   make test-tsan   the operation suites under ThreadSanitizer (build-tsan/)
 #   make format / check-format
 
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
+TSAN_BUILD ?= build-tsan
 JOBS       ?= $(shell nproc)
 CTEST       = ctest --output-on-failure --no-tests=error -j $(JOBS)
 
-.PHONY: all build test test-sanitize format check-format clean
+.PHONY: all build test test-sanitize test-tsan format check-format clean
 
 all: build
 
@@ -24,6 +26,13 @@ test-sanitize:
 	scripts/setup.sh $(ASAN_BUILD) -DZUVERO_SANITIZER=address -DCMAKE_BUILD_TYPE=Debug
 	$(CTEST) --test-dir $(ASAN_BUILD)
 
+# Only the suites labelled "ops" are built and run: they are the threaded ones.
+test-tsan:
+	scripts/setup.sh --deps-only
+	cmake -S . -B $(TSAN_BUILD) -G Ninja -DZUVERO_SANITIZER=thread -DCMAKE_BUILD_TYPE=Debug
+	cmake --build $(TSAN_BUILD) --parallel $(JOBS) --target zuvero_tests_ops
+	$(CTEST) --test-dir $(TSAN_BUILD) -L ops
+
 format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i
 
@@ -31,4 +40,4 @@ check-format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD)

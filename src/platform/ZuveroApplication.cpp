@@ -12,6 +12,7 @@
 #include <QMutex>
 
 #include <atomic>
+#include <mutex>
 
 namespace {
 std::atomic<ZVXAlertPresenterFactory> widgetPresenterFactory{nullptr};
@@ -38,7 +39,9 @@ struct ZuveroApplication::Private
 {
     qint64 badgeNumber = 0;
 
-    mutable QMutex tasksMutex;
+    // Worker threads of operations begin and end tasks: a std::mutex keeps that
+    // synchronisation visible to ThreadSanitizer, which cannot see into Qt.
+    mutable std::mutex tasksMutex;
     ZuveroBackgroundTaskIdentifier lastTask = ZuveroBackgroundTaskInvalid;
     QHash<ZuveroBackgroundTaskIdentifier, std::function<void()>> tasks;
 
@@ -137,7 +140,7 @@ ZuveroApplication::beginBackgroundTask(std::function<void()> expirationHandler)
     int count;
     ZuveroBackgroundTaskIdentifier identifier;
     {
-        QMutexLocker locker(&d->tasksMutex);
+        std::lock_guard locker(d->tasksMutex);
         identifier = ++d->lastTask;
         d->tasks.insert(identifier, std::move(expirationHandler));
         count = int(d->tasks.size());
@@ -150,7 +153,7 @@ void ZuveroApplication::endBackgroundTask(ZuveroBackgroundTaskIdentifier identif
 {
     int count;
     {
-        QMutexLocker locker(&d->tasksMutex);
+        std::lock_guard locker(d->tasksMutex);
         if (!d->tasks.remove(identifier))
             return;
         count = int(d->tasks.size());
@@ -160,7 +163,7 @@ void ZuveroApplication::endBackgroundTask(ZuveroBackgroundTaskIdentifier identif
 
 int ZuveroApplication::backgroundTaskCount() const
 {
-    QMutexLocker locker(&d->tasksMutex);
+    std::lock_guard locker(d->tasksMutex);
     return int(d->tasks.size());
 }
 
@@ -168,7 +171,7 @@ void ZuveroApplication::expireBackgroundTasks()
 {
     QList<std::function<void()>> handlers;
     {
-        QMutexLocker locker(&d->tasksMutex);
+        std::lock_guard locker(d->tasksMutex);
         for (const auto &handler : std::as_const(d->tasks)) {
             if (handler)
                 handlers.append(handler);

@@ -2,8 +2,6 @@
 
 #include "ZuveroChatMessage.h"
 
-using ZuveroChatMessageList = QList<ZuveroChatMessagePtr>;
-
 /*!
     The conversation as a chat screen keeps it: the messages shown (server
     confirmed or written here), the ones still waiting to be sent, whether

@@ -16,6 +16,7 @@ inline constexpr QLatin1String ZuveroChatDidReceiveMessageNotification{
 
 class ZuveroChatMessage;
 using ZuveroChatMessagePtr = std::shared_ptr<ZuveroChatMessage>;
+using ZuveroChatMessageList = QList<ZuveroChatMessagePtr>;
 using ZuveroChatAttachmentList = QList<ZuveroChatAttachmentPtr>;
 
 /*!

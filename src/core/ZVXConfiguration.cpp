@@ -92,7 +92,8 @@ QVariant normalized(const QString &key, const QVariant &value, bool *keep)
             *keep = true;
             return *color;
         }
-        logCannotConfigure(QStringLiteral("%1, format of %2 is not valid.").arg(key, value.toString()));
+        logCannotConfigure(
+            QStringLiteral("%1, format of %2 is not valid.").arg(key, value.toString()));
         return {};
     }
     if (fontCustomizationKeys().contains(key) && isDictionary(value)) {
@@ -121,7 +122,8 @@ QVariant normalized(const QString &key, const QVariant &value, bool *keep)
         if (insets.contains(QStringLiteral("top")) && insets.contains(QStringLiteral("left"))
             && insets.contains(QStringLiteral("bottom")))
             return QVariant::fromValue(QMarginsF(number(insets, "left"), number(insets, "top"),
-                                                 number(insets, "right"), number(insets, "bottom")));
+                                                 number(insets, "right"),
+                                                 number(insets, "bottom")));
         *keep = false;
         logCannotConfigure(
             QStringLiteral("%1, you must provide top & left & bottom & right.").arg(key));
@@ -145,11 +147,11 @@ QVariant normalized(const QString &key, const QVariant &value, bool *keep)
             return {};
         }
         *keep = true;
-        return QVariant::fromValue(ZuveroResizableImage{
-            picture,
-            QMarginsF(number(image, "left"), number(image, "top"), number(image, "right"),
-                      number(image, "bottom")),
-            true});
+        return QVariant::fromValue(
+            ZuveroResizableImage{picture,
+                                 QMarginsF(number(image, "left"), number(image, "top"),
+                                           number(image, "right"), number(image, "bottom")),
+                                 true});
     }
     return value; // credentials, the language, and values of another type pass unchanged
 }
@@ -170,13 +172,27 @@ QStringList colorCustomizationKeys()
 {
     // "interactiveNotification" is a flag, listed here as it always was: a
     // flag is no text, so it passes through unconverted.
-    return keys({"cursorTintColor", "tintColor", "navigationBarItemTintColor", "sendTintColor",
-                 "navigationBarColor", "navigationBarTintColor", "agentMessageTextColor",
-                 "userMessageTextColor", "userMessageBackgroundColor", "systemMessageTextColor",
-                 "systemMessageBackgroundColor", "agentMessageBackgroundColor", "errorIconColor",
-                 "dateTextColor", "loadMoreMessagesButtonTextColor", "agentNameColor",
-                 "inputBarTintColor", "disabledSendButtonColor", "navigationBarTitleColor",
-                 "inputBarBackgroundColor", "interactiveNotification"});
+    return keys({"cursorTintColor",
+                 "tintColor",
+                 "navigationBarItemTintColor",
+                 "sendTintColor",
+                 "navigationBarColor",
+                 "navigationBarTintColor",
+                 "agentMessageTextColor",
+                 "userMessageTextColor",
+                 "userMessageBackgroundColor",
+                 "systemMessageTextColor",
+                 "systemMessageBackgroundColor",
+                 "agentMessageBackgroundColor",
+                 "errorIconColor",
+                 "dateTextColor",
+                 "loadMoreMessagesButtonTextColor",
+                 "agentNameColor",
+                 "inputBarTintColor",
+                 "disabledSendButtonColor",
+                 "navigationBarTitleColor",
+                 "inputBarBackgroundColor",
+                 "interactiveNotification"});
 }
 
 QStringList fontCustomizationKeys()
@@ -187,8 +203,9 @@ QStringList fontCustomizationKeys()
 
 QStringList insetsCustomizationKeys()
 {
-    return keys({"agentMessageBubbleInsets", "userMessageBubbleInsets", "userAttachmentBubbleInsets",
-                 "systemMessageBubbleInsets", "agentNameInsets", "agentAttachmentBubbleInsets"});
+    return keys({"agentMessageBubbleInsets", "userMessageBubbleInsets",
+                 "userAttachmentBubbleInsets", "systemMessageBubbleInsets", "agentNameInsets",
+                 "agentAttachmentBubbleInsets"});
 }
 
 QStringList imageCustomizationKeys()
@@ -238,7 +255,8 @@ QVariantMap normalizeConfigurationDictionary(const QVariantMap &raw)
     }
     // The three tints follow the main one unless set on their own.
     const QString tint = QStringLiteral("tintColor");
-    for (const char *follower : {"cursorTintColor", "navigationBarItemTintColor", "sendTintColor"}) {
+    for (const char *follower :
+         {"cursorTintColor", "navigationBarItemTintColor", "sendTintColor"}) {
         if (!typed.contains(QLatin1String(follower)) && typed.contains(tint))
             typed.insert(QLatin1String(follower), typed.value(tint));
     }
@@ -250,9 +268,9 @@ std::optional<QVariantMap> readConfigurationFile(const QString &path, ZuveroErro
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
         if (error)
-            *error = ZuveroError::withDescription(QString(ErrorDomain), 1,
-                                                  QStringLiteral("Cannot read %1: %2")
-                                                      .arg(path, file.errorString()));
+            *error = ZuveroError::withDescription(
+                QString(ErrorDomain), 1,
+                QStringLiteral("Cannot read %1: %2").arg(path, file.errorString()));
         return std::nullopt;
     }
     const QByteArray content = file.readAll();
@@ -263,9 +281,8 @@ std::optional<QVariantMap> readConfigurationFile(const QString &path, ZuveroErro
         return std::nullopt;
     if (value->metaType().id() != QMetaType::QVariantMap) {
         if (error)
-            *error = ZuveroError::withDescription(QString(ErrorDomain), 1,
-                                                  QStringLiteral("%1 does not hold a dictionary")
-                                                      .arg(path));
+            *error = ZuveroError::withDescription(
+                QString(ErrorDomain), 1, QStringLiteral("%1 does not hold a dictionary").arg(path));
         return std::nullopt;
     }
     return value->toMap();

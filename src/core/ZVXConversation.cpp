@@ -22,8 +22,9 @@ qint64 sortTime(const ZuveroChatMessagePtr &message)
 
 } // namespace
 
-ZuveroChatMessageList ZVXConversation::combineExistingMessages(const ZuveroChatMessageList &existing,
-                                                               const ZuveroChatMessageList &newMessages)
+ZuveroChatMessageList
+ZVXConversation::combineExistingMessages(const ZuveroChatMessageList &existing,
+                                         const ZuveroChatMessageList &newMessages)
 {
     // Every new message is kept, in its order; an existing one only if no
     // message met before it (walking from the end) had its identifier.

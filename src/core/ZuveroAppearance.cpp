@@ -20,8 +20,9 @@ QMarginsF insets(qreal top, qreal left, qreal bottom, qreal right)
 
 ZuveroResizableImage bundleImage(const char *name, const QMarginsF &capInsets, bool isTemplate)
 {
-    return {ZVXResources::image(QStringLiteral("Zuvero.bundle/") + QLatin1String(name), BubbleScale),
-            capInsets, isTemplate};
+    return {
+        ZVXResources::image(QStringLiteral("Zuvero.bundle/") + QLatin1String(name), BubbleScale),
+        capInsets, isTemplate};
 }
 
 QFont systemFont(int pixelSize, bool bold = false)
@@ -34,8 +35,9 @@ QFont systemFont(int pixelSize, bool bold = false)
     return font;
 }
 
-using Member = std::variant<QColor ZuveroAppearance::*, std::optional<QFont> ZuveroAppearance::*,
-                            QMarginsF ZuveroAppearance::*, ZuveroResizableImage ZuveroAppearance::*>;
+using Member
+    = std::variant<QColor ZuveroAppearance::*, std::optional<QFont> ZuveroAppearance::*,
+                   QMarginsF ZuveroAppearance::*, ZuveroResizableImage ZuveroAppearance::*>;
 
 const QHash<QString, Member> &fields()
 {
@@ -43,7 +45,8 @@ const QHash<QString, Member> &fields()
         {QStringLiteral("tintColor"), &ZuveroAppearance::tintColor},
         {QStringLiteral("cursorTintColor"), &ZuveroAppearance::cursorTintColor},
         {QStringLiteral("sendTintColor"), &ZuveroAppearance::sendTintColor},
-        {QStringLiteral("navigationBarItemTintColor"), &ZuveroAppearance::navigationBarItemTintColor},
+        {QStringLiteral("navigationBarItemTintColor"),
+         &ZuveroAppearance::navigationBarItemTintColor},
         {QStringLiteral("navigationBarColor"), &ZuveroAppearance::navigationBarColor},
         {QStringLiteral("navigationBarTintColor"), &ZuveroAppearance::navigationBarTintColor},
         {QStringLiteral("navigationBarTitleColor"), &ZuveroAppearance::navigationBarTitleColor},
@@ -53,9 +56,12 @@ const QHash<QString, Member> &fields()
         {QStringLiteral("userMessageTextColor"), &ZuveroAppearance::userMessageTextColor},
         {QStringLiteral("agentMessageTextColor"), &ZuveroAppearance::agentMessageTextColor},
         {QStringLiteral("systemMessageTextColor"), &ZuveroAppearance::systemMessageTextColor},
-        {QStringLiteral("userMessageBackgroundColor"), &ZuveroAppearance::userMessageBackgroundColor},
-        {QStringLiteral("agentMessageBackgroundColor"), &ZuveroAppearance::agentMessageBackgroundColor},
-        {QStringLiteral("systemMessageBackgroundColor"), &ZuveroAppearance::systemMessageBackgroundColor},
+        {QStringLiteral("userMessageBackgroundColor"),
+         &ZuveroAppearance::userMessageBackgroundColor},
+        {QStringLiteral("agentMessageBackgroundColor"),
+         &ZuveroAppearance::agentMessageBackgroundColor},
+        {QStringLiteral("systemMessageBackgroundColor"),
+         &ZuveroAppearance::systemMessageBackgroundColor},
         {QStringLiteral("errorIconColor"), &ZuveroAppearance::errorIconColor},
         {QStringLiteral("dateTextColor"), &ZuveroAppearance::dateTextColor},
         {QStringLiteral("loadMoreMessagesButtonTextColor"),
@@ -70,14 +76,17 @@ const QHash<QString, Member> &fields()
         {QStringLiteral("userMessageBubbleInsets"), &ZuveroAppearance::userMessageBubbleInsets},
         {QStringLiteral("agentMessageBubbleInsets"), &ZuveroAppearance::agentMessageBubbleInsets},
         {QStringLiteral("systemMessageBubbleInsets"), &ZuveroAppearance::systemMessageBubbleInsets},
-        {QStringLiteral("userAttachmentBubbleInsets"), &ZuveroAppearance::userAttachmentBubbleInsets},
-        {QStringLiteral("agentAttachmentBubbleInsets"), &ZuveroAppearance::agentAttachmentBubbleInsets},
+        {QStringLiteral("userAttachmentBubbleInsets"),
+         &ZuveroAppearance::userAttachmentBubbleInsets},
+        {QStringLiteral("agentAttachmentBubbleInsets"),
+         &ZuveroAppearance::agentAttachmentBubbleInsets},
         {QStringLiteral("agentNameInsets"), &ZuveroAppearance::agentNameInsets},
         {QStringLiteral("userMessageBubbleImage"), &ZuveroAppearance::userMessageBubbleImage},
         {QStringLiteral("agentMessageBubbleImage"), &ZuveroAppearance::agentMessageBubbleImage},
         {QStringLiteral("systemMessageBubbleImage"), &ZuveroAppearance::systemMessageBubbleImage},
         {QStringLiteral("userAttachmentBubbleImage"), &ZuveroAppearance::userAttachmentBubbleImage},
-        {QStringLiteral("agentAttachmentBubbleImage"), &ZuveroAppearance::agentAttachmentBubbleImage},
+        {QStringLiteral("agentAttachmentBubbleImage"),
+         &ZuveroAppearance::agentAttachmentBubbleImage},
         {QStringLiteral("attachmentIcon"), &ZuveroAppearance::attachmentIcon},
     };
     return table;
@@ -101,9 +110,10 @@ ZuveroAppearance ZuveroAppearance::defaults()
     // The agent's bubble mirrors the user's; the system bubble takes the agent's, deliberately.
     const QMarginsF userCaps = insets(18, 19, 18, 36);
     const QMarginsF agentCaps = insets(18, 36, 18, 19);
-    appearance.attachmentIcon = {ZVXResources::image(QStringLiteral("Zuvero.bundle/ZuveroAttachmentIcon"),
-                                                     BubbleScale),
-                                 {}, false};
+    appearance.attachmentIcon
+        = {ZVXResources::image(QStringLiteral("Zuvero.bundle/ZuveroAttachmentIcon"), BubbleScale),
+           {},
+           false};
     appearance.userMessageBubbleImage = bundleImage("ZuveroUserBubble", userCaps, true);
     appearance.agentMessageBubbleImage = bundleImage("ZuveroAgentBubble", agentCaps, true);
     appearance.systemMessageBubbleImage = bundleImage("ZuveroSystemBubble", agentCaps, true);

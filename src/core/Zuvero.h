@@ -1,0 +1,274 @@
+#pragma once
+
+#include "ZuveroAppearance.h"
+#include "ZuveroChatMessage.h"
+#include "ZuveroConnection.h"
+#include "ZuveroDelegate.h"
+
+#include <QObject>
+#include <QPointer>
+
+#include <memory>
+#include <optional>
+
+class QWidget;
+class ZVXReachability;
+class ZuveroPrivate;
+
+inline constexpr char ZuveroVersionString[] = "@(#)PROGRAM:Zuvero  PROJECT:Zuvero-1\n";
+inline constexpr double ZuveroVersionNumber = 1.0;
+
+//! The server used when the host names none.
+inline constexpr QLatin1String ZuveroDefaultHostname{"chat.zuvero.com"};
+
+// Posted on the default notification center with the facade as object.
+inline constexpr QLatin1String ZuveroChatUnreadCountDidChangeNotification{
+    "ZuveroChatUnreadCountDidChangeNotification"};
+inline constexpr QLatin1String ZuveroWelcomeMessageDidChangeNotification{
+    "ZuveroWelcomeMessageDidChangeNotification"};
+inline constexpr QLatin1String ZuveroChatDidSendMessageNotification{
+    "ZuveroChatDidSendMessageNotification"};
+inline constexpr QLatin1String ZuveroChatDidReceiveNewMessagesNotification{
+    "ZuveroChatDidReceiveNewMessagesNotification"};
+//! User info: "message", the queued message.
+inline constexpr QLatin1String ZuveroChatDidAddOfflineMessageNotification{
+    "ZuveroChatDidAddOfflineMessageNotification"};
+//! User info: "message", "uploadProgress" and "downloadProgress" (0 to 1).
+inline constexpr QLatin1String ZuveroChatOfflineMessageUploadProgressNotification{
+    "ZuveroChatOfflineMessageUploadProgressNotification"};
+//! User info: "message", the last message sent.
+inline constexpr QLatin1String ZuveroChatDidFinishSendingOfflineMessagesNotification{
+    "ZuveroChatDidFinishSendingOfflineMessagesNotification"};
+//! The four screen events carry "viewController", the screen, when there is one.
+inline constexpr QLatin1String ZuveroChatWillAppearNotification{"ZuveroChatWillAppearNotification"};
+inline constexpr QLatin1String ZuveroChatDidAppearNotification{"ZuveroChatDidAppearNotification"};
+inline constexpr QLatin1String ZuveroChatWillDisappearNotification{
+    "ZuveroChatWillDisappearNotification"};
+inline constexpr QLatin1String ZuveroChatDidDisappearNotification{
+    "ZuveroChatDidDisappearNotification"};
+
+// The keys of cachedConversation().
+inline constexpr QLatin1String ZuveroCachedConversationMessagesKey{"messages"};
+inline constexpr QLatin1String ZuveroCachedConversationOfflineMessagesKey{"offlineMessages"};
+inline constexpr QLatin1String ZuveroCachedConversationHasMoreMessagesKey{"hasMoreMessages"};
+
+//! The key of the text a user typed into an interactive notification, in its response.
+inline constexpr QLatin1String ZuveroNotificationActionResponseTypedTextKey{"typedText"};
+//! The category and action of an interactive notification answered with typed text.
+inline constexpr QLatin1String ZuveroInteractiveNotificationCategory{"interactive"};
+inline constexpr QLatin1String ZuveroNotificationActionSend{"ACTION_SEND"};
+
+Q_DECLARE_METATYPE(ZuveroChatMessageList)
+Q_DECLARE_METATYPE(ZuveroChatMessagePtr)
+
+/*!
+    The one object a host application talks to: it holds the credentials and
+    the user's identity, keeps the conversation and the messages waiting to
+    be sent, registers with the server, consumes push payloads, and tells
+    the host what happens through notifications and an optional delegate.
+
+    Credentials are an API key, an API secret (from which the facade signs
+    its own tokens), or a ready-made token. Everything runs on the main
+    thread; creating the facade elsewhere raises "Must run on main thread".
+*/
+class ZUVERO_EXPORT Zuvero : public QObject
+{
+    Q_OBJECT
+
+public:
+    using Completion = ZuveroConnection::Completion;
+    using CountCompletion = ZuveroConnection::CountCompletion;
+    using DelegatePtr = std::weak_ptr<ZuveroDelegate>;
+
+    // --- Creation ---------------------------------------------------------
+
+    /*!
+        The process's facade, made once from the host's "ZuveroConfig.plist"
+        (or "ZuveroConfig.json"): looked up in the host's Qt resources (":/"),
+        then beside the executable, then in its configuration folder. Null
+        when that file holds an API secret that is not hexadecimal.
+    */
+    static Zuvero *sharedInstance();
+    static Zuvero *initWithApiKey(const QString &apiKey, const DelegatePtr &delegate = {},
+                                  QObject *parent = nullptr);
+    static Zuvero *initWithApiKey(const QString &apiKey, const QString &hostname,
+                                  const DelegatePtr &delegate, QObject *parent = nullptr);
+    //! \a apiSecret is hexadecimal text.
+    static Zuvero *initWithApiSecret(const QString &apiSecret, const DelegatePtr &delegate = {},
+                                     QObject *parent = nullptr);
+    static Zuvero *initWithApiSecret(const QString &apiSecret, const QString &hostname,
+                                     const DelegatePtr &delegate, QObject *parent = nullptr);
+    /*!
+        From a configuration dictionary (see normalizeConfigurationDictionary()):
+        "apiKey" or "apiSecret", "hostname", "language" and the look of the
+        chat screen. Null when "apiSecret" is not hexadecimal.
+    */
+    static Zuvero *initWithConfigurationDictionary(const std::optional<QVariantMap> &dictionary,
+                                                   QObject *parent = nullptr);
+    /*!
+        A new facade with the same credentials, identity and look. The push
+        token comes again from the user defaults; the language, badge,
+        polling and notification settings, the welcome message, the unread
+        count and the conversation start afresh.
+    */
+    Zuvero *copyWithZone(QObject *parent = nullptr);
+    ~Zuvero() override;
+
+    // --- Credentials and identity ----------------------------------------
+
+    std::optional<QString> apiKey() const;
+    void setApiKey(const std::optional<QString> &apiKey);
+    //! Keeps the decoded secret (never exposed) and derives the API key from it.
+    void setApiSecret(const QString &hexadecimalSecret);
+    QString hostname() const;
+    void setHostname(const QString &hostname);
+    //! This installation's identifier, the same for every facade of the process.
+    QString installationIdentifier() const;
+    std::optional<QString> userIdentifier() const;
+    void setUserIdentifier(const std::optional<QString> &identifier);
+    std::optional<QString> userName() const;
+    void setUserName(const std::optional<QString> &name);
+    std::optional<QVariantMap> authenticationInfo() const;
+    void setAuthenticationInfo(const std::optional<QVariantMap> &info);
+    //! The token sent with every request: the one set, or one signed with the secret.
+    std::optional<QString> jwt();
+    //! A ready-made token; its claims become the identity (they are not verified here).
+    void setJwt(const std::optional<QString> &jwt);
+    //! The claims signed into the token.
+    QVariantMap jwtDictionary() const;
+    //! Sent with the next message only.
+    std::optional<QVariantMap> messageContextInfo() const;
+    void setMessageContextInfo(const std::optional<QVariantMap> &context);
+    std::optional<QByteArray> deviceToken();
+    void setDeviceToken(const std::optional<QByteArray> &token);
+    bool developmentAPNS() const;
+    void setDevelopmentAPNS(bool development);
+
+    // --- Settings ----------------------------------------------------------
+
+    QString language() const;
+    void setLanguage(const QString &language);
+    bool updateAppBadgeNumber() const;
+    void setUpdateAppBadgeNumber(bool update);
+    double pollingInterval() const;
+    void setPollingInterval(double seconds);
+    bool interactiveNotification() const;
+    void setInteractiveNotification(bool interactive);
+    bool needsRegistration() const;
+    void setNeedsRegistration(bool needs);
+    QString sdkVersion() const;
+    void setSdkVersion(const QString &version);
+
+    // --- Look of the chat screen -------------------------------------------
+
+    ZuveroAppearance &appearance();
+    const ZuveroAppearance &appearance() const;
+    //! The chat screen's title; the localised "zuveroChatTitle" when unset.
+    std::optional<QString> title() const;
+    void setTitle(const std::optional<QString> &title);
+    //! A widget shown in place of the title (not owned).
+    QObject *titleView() const;
+    void setTitleView(QObject *view);
+
+    // --- Connection and events ---------------------------------------------
+
+    ZuveroConnection *connection() const;
+    ZVXReachability *reachability() const;
+    std::shared_ptr<ZuveroDelegate> delegate() const;
+    void setDelegate(const DelegatePtr &delegate);
+
+    qint64 unreadCount() const;
+    void setUnreadCount(qint64 count);
+    /*!
+        Takes a count from the server or a push. A rising count is held back
+        while a chat screen is visible and applied when the last one goes.
+    */
+    void updateUnreadCount(qint64 count);
+    void noteUnreadCountDidChange();
+    //! Asks the server; fetches run one at a time, in order.
+    void fetchUnreadCountWithCompletionHandler(CountCompletion handler = {});
+
+    std::optional<QString> welcomeMessage() const;
+    void setWelcomeMessage(const std::optional<QString> &message);
+    void updateWelcomeMessage(const QString &message);
+
+    void beginNetworkActivity();
+    void endNetworkActivity();
+
+    // --- The chat screen ---------------------------------------------------
+
+    void displayChatView();
+    QWidget *chatViewController();
+    //! A chat screen reports itself; \a screen identifies it and is never dereferenced.
+    void chatViewControllerDidAppear(const void *screen);
+    void chatViewControllerDidDisappear(const void *screen);
+    void notifyChatWillAppearNotification(QObject *viewController);
+    void notifyChatDidAppearNotification(QObject *viewController);
+    void notifyChatWillDisappearNotification(QObject *viewController);
+    void notifyChatDidDisappearNotification(QObject *viewController);
+    void notifyChatDidSendMessageNotification();
+    void notifyChatDidReceiveNewMessagesNotification();
+
+    // --- Conversation cache and offline queue ------------------------------
+
+    //! The cached conversation: messages, queued messages and whether more exist (see the keys above).
+    QVariantMap cachedConversation() const;
+    bool saveCachedMessages(const ZuveroChatMessageList &messages, bool hasMoreMessages);
+    ZuveroChatMessageList offlineMessages() const;
+    bool saveOfflineMessages(const ZuveroChatMessageList &messages);
+    void resetInMemoryMessages();
+    void addOfflineMessage(const ZuveroChatMessagePtr &message);
+    //! Starts a pass that sends the queued messages, oldest first, unless one runs.
+    void sendOfflineMessages();
+    /*!
+        Sends \a text without a chat screen, now or, when the network is down
+        or older messages wait, through the queue. \a completion is told at
+        once that the text was accepted.
+    */
+    void postMessage(const QString &text, Completion completion = {});
+    //! postMessage() for a text that is not blank.
+    void sendMessage(const QString &text);
+    //! Removes cache files that older releases left in the user's cache folder.
+    void cleanDiskCacheIfNeeded();
+
+    // --- Registration and push ---------------------------------------------
+
+    void registerIfNeeded(Completion completion = {});
+    /*!
+        Handles a push payload meant for this service and user: the badge,
+        the message, and the chat or the in-app banner. False when the
+        payload is not for it; the host handles it then.
+    */
+    bool consumeReceivedRemoteNotification(const QVariantMap &payload);
+    //! The user's answer to an interactive notification ("ACTION_SEND" with typed text).
+    void handleRemoteNotificationWithIdentifier(const QString &identifier, const QVariantMap &responseInfo);
+    //! A text of the library: the host's translation first, then the library's own.
+    static QString localizeString(const QString &key);
+
+    // --- Configuration -----------------------------------------------------
+
+    static QVariantMap normalizeConfigurationDictionary(const QVariantMap &raw);
+    //! Applies a normalised dictionary's look and settings.
+    void fetchCustomizationValues(const QVariantMap &values);
+    void setupDefaultCustomization();
+
+    // Process-wide switches of the attachment sources; there is no way back on.
+    static void disableLibraryAttachment();
+    static void disableCameraAttachment();
+    static void disableLocationAttachment();
+    static void disableAttachments();
+    static bool isLibraryAttachmentEnabled();
+    static bool isCameraAttachmentEnabled();
+    static bool isLocationAttachmentEnabled();
+    static bool isAttachmentsEnabled();
+
+private:
+    explicit Zuvero(QObject *parent);
+    void postInit();
+    void reRegister(bool reset);
+    void postEvent(const QString &name, const QVariantMap &userInfo,
+                   std::function<void(ZuveroDelegate &, const ZuveroNotification &)> call);
+
+    friend class ZuveroPrivate;
+    std::unique_ptr<ZuveroPrivate> d;
+};

@@ -33,11 +33,14 @@ test-tsan:
 	cmake --build $(TSAN_BUILD) --parallel $(JOBS) --target zuvero_tests_ops
 	$(CTEST) --test-dir $(TSAN_BUILD) -L ops
 
+# Tracked files and new ones not yet added (but not ignored ones).
+SOURCES = git ls-files --cached --others --exclude-standard '*.cpp' '*.h'
+
 format:
-	git ls-files '*.cpp' '*.h' | xargs clang-format -i
+	$(SOURCES) | xargs clang-format -i
 
 check-format:
-	git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
+	$(SOURCES) | xargs clang-format --dry-run --Werror
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD)

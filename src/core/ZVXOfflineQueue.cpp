@@ -6,8 +6,8 @@
 #include "ZVXLogging.h"
 #include "ZVXMainThread.h"
 #include "ZVXReachability.h"
-#include "Zuvero_p.h"
 #include "ZuveroApplication.h"
+#include "Zuvero_p.h"
 
 #include <QDirIterator>
 #include <QStandardPaths>
@@ -29,8 +29,7 @@ ZVXConversation &backgroundConversation()
 
 ZVXOfflineQueue::ZVXOfflineQueue(Zuvero *facade)
     : q(facade)
-{
-}
+{ }
 
 QVariantMap ZVXOfflineQueue::cachedConversation() const
 {
@@ -39,7 +38,8 @@ QVariantMap ZVXOfflineQueue::cachedConversation() const
             {ZuveroCachedConversationHasMoreMessagesKey, m_hasMoreMessages}};
 }
 
-void ZVXOfflineQueue::saveCachedMessages(const ZuveroChatMessageList &messages, bool hasMoreMessages)
+void ZVXOfflineQueue::saveCachedMessages(const ZuveroChatMessageList &messages,
+                                         bool hasMoreMessages)
 {
     m_messages = messages;
     m_hasMoreMessages = hasMoreMessages;
@@ -58,8 +58,9 @@ void ZVXOfflineQueue::addOfflineMessage(const ZuveroChatMessagePtr &message)
     if (m_offlineMessages.contains(message))
         return;
     m_offlineMessages.append(message);
-    ZuveroNotificationCenter::defaultCenter()->post(ZuveroChatDidAddOfflineMessageNotification, q,
-                                                    {{QStringLiteral("message"), QVariant::fromValue(message)}});
+    ZuveroNotificationCenter::defaultCenter()->post(
+        ZuveroChatDidAddOfflineMessageNotification, q,
+        {{QStringLiteral("message"), QVariant::fromValue(message)}});
 }
 
 void ZVXOfflineQueue::sendOfflineMessages(bool fromLoop)
@@ -101,7 +102,8 @@ void ZVXOfflineQueue::sendOfflineMessages(bool fromLoop)
         });
 }
 
-void ZVXOfflineQueue::handleSendingSuccess(ZuveroChatMessageList queue, const ZuveroChatMessagePtr &message)
+void ZVXOfflineQueue::handleSendingSuccess(ZuveroChatMessageList queue,
+                                           const ZuveroChatMessagePtr &message)
 {
     // After any success the next failure gives its message up at once, deliberately.
     m_remainingRetries = 0;
@@ -116,9 +118,11 @@ void ZVXOfflineQueue::handleSendingSuccess(ZuveroChatMessageList queue, const Zu
         finishPass(message);
 }
 
-void ZVXOfflineQueue::handleSendingFailure(const ZuveroChatMessagePtr &message, const ZuveroError &error)
+void ZVXOfflineQueue::handleSendingFailure(const ZuveroChatMessagePtr &message,
+                                           const ZuveroError &error)
 {
-    // Only the server's refusals count against the retries; transport failures wait for the network.
+    // Only the server's refusals count against the retries; transport failures wait for the
+    // network.
     if (error.domain() == ZuveroErrorDomain && error.code() >= 400)
         --m_remainingRetries;
     finishPass(message);
@@ -128,8 +132,9 @@ void ZVXOfflineQueue::finishPass(const ZuveroChatMessagePtr &last)
 {
     ZVXClock::after(FinishNoticeDelay, q, [this, last] {
         m_sending = false;
-        ZuveroNotificationCenter::defaultCenter()->post(ZuveroChatDidFinishSendingOfflineMessagesNotification,
-                                                        q, {{QStringLiteral("message"), QVariant::fromValue(last)}});
+        ZuveroNotificationCenter::defaultCenter()->post(
+            ZuveroChatDidFinishSendingOfflineMessagesNotification, q,
+            {{QStringLiteral("message"), QVariant::fromValue(last)}});
     });
 }
 
@@ -146,25 +151,28 @@ void ZVXOfflineQueue::postMessage(const QString &text, const Zuvero::Completion 
 
     // The background conversation starts from the cache, so that saving it keeps what was there.
     ZVXConversation &conversation = backgroundConversation();
-    conversation.setMessages(ZVXConversation::combineExistingMessages(m_messages, m_offlineMessages));
+    conversation.setMessages(
+        ZVXConversation::combineExistingMessages(m_messages, m_offlineMessages));
     conversation.setHasMoreMessages(m_hasMoreMessages);
 
-    const ZuveroChatMessagePtr message = ZuveroChatMessage::initWithText(text, ZuveroChatAttachmentPtr());
+    const ZuveroChatMessagePtr message
+        = ZuveroChatMessage::initWithText(text, ZuveroChatAttachmentPtr());
     const QPointer<Zuvero> facade(q);
     if (ZVXReachability::checkNetworkIsReachable() && m_offlineMessages.isEmpty()) {
         q->notifyChatDidSendMessageNotification();
-        q->connection()->sendChatMessage(message, [this, facade, message](bool success, const ZuveroError &) {
-            if (!facade)
-                return;
-            ZVXConversation &conversation = backgroundConversation();
-            message->setIsOffline(!success);
-            if (!success) {
-                if (!isChatScreenVisible())
-                    conversation.addMessages({message});
-                ZVXMainThread::async([this, message] { addOfflineMessage(message); }, facade);
-            }
-            saveCachedMessages(conversation.messagesToSave(), conversation.hasMoreMessages());
-        });
+        q->connection()->sendChatMessage(
+            message, [this, facade, message](bool success, const ZuveroError &) {
+                if (!facade)
+                    return;
+                ZVXConversation &conversation = backgroundConversation();
+                message->setIsOffline(!success);
+                if (!success) {
+                    if (!isChatScreenVisible())
+                        conversation.addMessages({message});
+                    ZVXMainThread::async([this, message] { addOfflineMessage(message); }, facade);
+                }
+                saveCachedMessages(conversation.messagesToSave(), conversation.hasMoreMessages());
+            });
         return;
     }
     // Offline, or older messages still wait: behind them, in the order of writing.
@@ -190,7 +198,8 @@ void ZVXOfflineQueue::cleanDiskCacheIfNeeded()
     while (it.hasNext()) {
         const QString path = it.next();
         const QString name = it.fileName();
-        if (name.contains(QLatin1String("ZVXFileCache")) || name.contains(QLatin1String("ZVXCachedMessages-")))
+        if (name.contains(QLatin1String("ZVXFileCache"))
+            || name.contains(QLatin1String("ZVXCachedMessages-")))
             stale.append(path);
     }
     for (const QString &path : std::as_const(stale)) {

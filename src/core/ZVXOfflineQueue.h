@@ -19,7 +19,10 @@ public:
     QVariantMap cachedConversation() const;
     void saveCachedMessages(const ZuveroChatMessageList &messages, bool hasMoreMessages);
     ZuveroChatMessageList offlineMessages() const { return m_offlineMessages; }
-    void saveOfflineMessages(const ZuveroChatMessageList &messages) { m_offlineMessages = messages; }
+    void saveOfflineMessages(const ZuveroChatMessageList &messages)
+    {
+        m_offlineMessages = messages;
+    }
     void reset();
 
     void addOfflineMessage(const ZuveroChatMessagePtr &message);

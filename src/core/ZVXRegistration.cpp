@@ -27,10 +27,12 @@ std::atomic<ZVXRegistration::BannerPresenter> bannerPresenter{nullptr};
 void logBanner(const ZuveroChatMessagePtr &message, Zuvero *)
 {
     ZVXLog(QStringLiteral("Zuvero: new message from %1: %2")
-               .arg(message->userName().value_or(message->sender()), message->text().value_or(QString())));
+               .arg(message->userName().value_or(message->sender()),
+                    message->text().value_or(QString())));
 }
 
-// Compares texts the way version numbers read: runs of digits by their value, the rest by character.
+// Compares texts the way version numbers read: runs of digits by their value, the rest by
+// character.
 int compareNumerically(const QString &a, const QString &b)
 {
     qsizetype i = 0, j = 0;
@@ -42,7 +44,8 @@ int compareNumerically(const QString &a, const QString &b)
             while (endB < b.size() && b.at(endB).isDigit())
                 ++endB;
             // Leading zeros do not count; then the longer run is the larger number.
-            QStringView runA = QStringView(a).mid(i, endA - i), runB = QStringView(b).mid(j, endB - j);
+            QStringView runA = QStringView(a).mid(i, endA - i),
+                        runB = QStringView(b).mid(j, endB - j);
             while (runA.size() > 1 && runA.front() == u'0')
                 runA = runA.mid(1);
             while (runB.size() > 1 && runB.front() == u'0')
@@ -88,9 +91,10 @@ void ZVXRegistration::registerIfNeeded(const Zuvero::Completion &completion)
     }
     if (!q->jwt()) {
         if (completion)
-            completion(false, ZuveroError::withDescription(
-                                  QString(ZuveroErrorDomain), NoTokenCode,
-                                  ZVXLocalization::hostString(QStringLiteral("JWT token is not provided."))));
+            completion(false,
+                       ZuveroError::withDescription(QString(ZuveroErrorDomain), NoTokenCode,
+                                                    ZVXLocalization::hostString(QStringLiteral(
+                                                        "JWT token is not provided."))));
         return;
     }
     q->setNeedsRegistration(false);
@@ -101,23 +105,24 @@ void ZVXRegistration::registerIfNeeded(const Zuvero::Completion &completion)
             // Calls without a completion in one turn of the event loop make one request: the last.
             if (!completion && !m_cycle.isCurrent(cycle))
                 return;
-            facade->connection()->registerApp([this, facade, completion](bool success,
-                                                                         const ZuveroError &error) {
-                ZVXMainThread::assertMainThread();
-                if (facade) {
-                    ZVXOfflineQueue &queue = *ZuveroPrivate::get(facade)->offlineQueue;
-                    if (success) {
-                        if (ZVXReachability::checkNetworkIsReachable() && !queue.offlineMessages().isEmpty()
-                            && !queue.isSending())
-                            facade->sendOfflineMessages();
-                    } else {
-                        ZVXLog(QStringLiteral("Failed to register app: %1").arg(error.localizedDescription()));
-                        facade->setNeedsRegistration(true);
+            facade->connection()->registerApp(
+                [this, facade, completion](bool success, const ZuveroError &error) {
+                    ZVXMainThread::assertMainThread();
+                    if (facade) {
+                        ZVXOfflineQueue &queue = *ZuveroPrivate::get(facade)->offlineQueue;
+                        if (success) {
+                            if (ZVXReachability::checkNetworkIsReachable()
+                                && !queue.offlineMessages().isEmpty() && !queue.isSending())
+                                facade->sendOfflineMessages();
+                        } else {
+                            ZVXLog(QStringLiteral("Failed to register app: %1")
+                                       .arg(error.localizedDescription()));
+                            facade->setNeedsRegistration(true);
+                        }
                     }
-                }
-                if (completion)
-                    completion(success, error);
-            });
+                    if (completion)
+                        completion(success, error);
+                });
         },
         q);
 }
@@ -125,7 +130,8 @@ void ZVXRegistration::registerIfNeeded(const Zuvero::Completion &completion)
 void ZVXRegistration::reachabilityDidChange()
 {
     const ZVXOfflineQueue &queue = *ZuveroPrivate::get(q)->offlineQueue;
-    if (!ZVXReachability::checkNetworkIsReachable() || queue.offlineMessages().isEmpty() || queue.isSending())
+    if (!ZVXReachability::checkNetworkIsReachable() || queue.offlineMessages().isEmpty()
+        || queue.isSending())
         return;
     ZVXClock::after(1s, q, [this] { q->sendOfflineMessages(); });
 }
@@ -137,8 +143,9 @@ bool ZVXRegistration::consumeReceivedRemoteNotification(const QVariantMap &paylo
         return false;
     const QVariantMap data = appData.toMap();
 
-    const QVariant version = payload.contains(QStringLiteral("zuvero")) ? payload.value(QStringLiteral("zuvero"))
-                                                                         : data.value(QStringLiteral("zuvero"));
+    const QVariant version = payload.contains(QStringLiteral("zuvero"))
+        ? payload.value(QStringLiteral("zuvero"))
+        : data.value(QStringLiteral("zuvero"));
     const std::optional<QString> versionText = ZVXModelValues::text(version);
     if (!versionText || compareNumerically(*versionText, NewestFormatVersion) > 0)
         return false;
@@ -155,18 +162,21 @@ bool ZVXRegistration::consumeReceivedRemoteNotification(const QVariantMap &paylo
 
     m_clearUnreadCountForMessage.clear();
     ZVXLog(QStringLiteral("Received a notification: badge = %1 (unreadCount = %2)")
-               .arg(ZVXJSON::describe(payload.value(QStringLiteral("badge"))), QString::number(q->unreadCount())));
+               .arg(ZVXJSON::describe(payload.value(QStringLiteral("badge"))),
+                    QString::number(q->unreadCount())));
     QVariant badge = payload.value(QStringLiteral("badge"));
     if (!badge.isValid())
         badge = payload.value(QStringLiteral("aps")).toMap().value(QStringLiteral("badge"));
     if (badge.isValid())
         q->updateUnreadCount(badge.toLongLong());
 
-    const ZuveroChatMessagePtr message = ZuveroChatMessage::initWithRemoteNotificationPayload(payload);
+    const ZuveroChatMessagePtr message
+        = ZuveroChatMessage::initWithRemoteNotificationPayload(payload);
     if (message && !message->hasAttachments() && !message->isTruncated()) {
         q->notifyChatDidReceiveNewMessagesNotification();
-        ZuveroNotificationCenter::defaultCenter()->post(ZuveroChatDidReceiveMessageNotification, q,
-                                                        {{QStringLiteral("message"), QVariant::fromValue(message)}});
+        ZuveroNotificationCenter::defaultCenter()->post(
+            ZuveroChatDidReceiveMessageNotification, q,
+            {{QStringLiteral("message"), QVariant::fromValue(message)}});
     } else {
         // The screen fetches what the payload could not carry.
         ZuveroNotificationCenter::defaultCenter()->post(ZuveroChatDidReceiveMessageNotification, q);
@@ -175,14 +185,16 @@ bool ZVXRegistration::consumeReceivedRemoteNotification(const QVariantMap &paylo
     ZuveroPrivate *facade = ZuveroPrivate::get(q);
     if (facade->visibleChatViewControllers.isEmpty()) {
         const QDateTime now = ZVXClock::currentTime();
-        const bool openedByTap = qAbs(facade->launchDate.msecsTo(now)) < OpenedByNotificationWindowMs
+        const bool openedByTap
+            = qAbs(facade->launchDate.msecsTo(now)) < OpenedByNotificationWindowMs
             || qAbs(facade->activationDate.msecsTo(now)) < OpenedByNotificationWindowMs;
         if (openedByTap) {
             q->displayChatView();
         } else if (message) {
             const std::shared_ptr<ZuveroDelegate> delegate = q->delegate();
             const bool declined = delegate && delegate->zuveroShouldDisplayNotificationWithText
-                && !delegate->zuveroShouldDisplayNotificationWithText(q, message->text().value_or(QString()));
+                && !delegate->zuveroShouldDisplayNotificationWithText(
+                    q, message->text().value_or(QString()));
             if (!declined) {
                 const BannerPresenter present = bannerPresenter.load();
                 (present ? present : &logBanner)(message, q);

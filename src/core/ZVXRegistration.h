@@ -17,7 +17,8 @@ public:
     //! The network came back: queued messages go out a second later.
     void reachabilityDidChange();
     bool consumeReceivedRemoteNotification(const QVariantMap &payload);
-    void handleRemoteNotificationWithIdentifier(const QString &identifier, const QVariantMap &response);
+    void handleRemoteNotificationWithIdentifier(const QString &identifier,
+                                                const QVariantMap &response);
 
     //! A message that should be read when shown; cleared when a push is consumed.
     QString clearUnreadCountForMessageUUIDWhenRead() const { return m_clearUnreadCountForMessage; }

@@ -68,15 +68,17 @@ QString librarySdkVersion()
 // Where a host keeps "ZuveroConfig": its resources, beside the program, its configuration folder.
 std::optional<QVariantMap> hostConfiguration()
 {
-    const QStringList folders = {QStringLiteral(":"), QCoreApplication::applicationDirPath(),
-                                 QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation)};
+    const QStringList folders
+        = {QStringLiteral(":"), QCoreApplication::applicationDirPath(),
+           QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation)};
     for (const QString &folder : folders) {
         for (const char *name : {"ZuveroConfig.plist", "ZuveroConfig.json"}) {
             const QString path = QDir(folder).filePath(QLatin1String(name));
             if (!QFile::exists(path))
                 continue;
             ZuveroError error;
-            if (std::optional<QVariantMap> dictionary = ZVXConfiguration::readConfigurationFile(path, &error))
+            if (std::optional<QVariantMap> dictionary
+                = ZVXConfiguration::readConfigurationFile(path, &error))
                 return dictionary;
             ZVXLogError(QStringLiteral("Zuvero: ignoring the configuration file %1: %2")
                             .arg(path, error.localizedDescription()));
@@ -191,7 +193,6 @@ ZuveroPrivate::ZuveroPrivate(Zuvero *q)
     reachability = ZVXReachability::reachabilityForInternetConnection(q);
     if (reachability)
         reachability->startNotifier();
-    registration = std::make_unique<ZVXRegistration>(q);
     sdkVersion = librarySdkVersion();
 }
 
@@ -210,6 +211,8 @@ Zuvero::Zuvero(QObject *parent)
     : QObject(parent)
     , d(std::make_unique<ZuveroPrivate>(this))
 {
+    // It observes this facade's reachability, which the private part has just made.
+    d->registration = std::make_unique<ZVXRegistration>(this);
 }
 
 Zuvero::~Zuvero()
@@ -291,8 +294,8 @@ Zuvero *Zuvero::initWithConfigurationDictionary(const std::optional<QVariantMap>
     auto zuvero = std::unique_ptr<Zuvero>(new Zuvero(parent));
     zuvero->d->hostname = ZVXModelValues::text(configuration.value(QStringLiteral("hostname")))
                               .value_or(QString(ZuveroDefaultHostname));
-    zuvero->d->language = ZVXModelValues::text(configuration.value(QStringLiteral("language")))
-                              .value_or(QString());
+    zuvero->d->language
+        = ZVXModelValues::text(configuration.value(QStringLiteral("language"))).value_or(QString());
     const std::optional<QString> secret
         = ZVXModelValues::text(configuration.value(QStringLiteral("apiSecret")));
     if (secret && !secret->isEmpty()) {
@@ -700,9 +703,9 @@ void Zuvero::fetchUnreadCountWithCompletionHandler(CountCompletion handler)
                 if (self)
                     self->connection()->fetchUnreadCountWithCompletion(answer);
                 else
-                    answer(ZuveroNotFound, ZuveroError::withDescription(
-                                               QString(ZuveroErrorDomain), 1,
-                                               QStringLiteral("The facade is gone.")));
+                    answer(ZuveroNotFound,
+                           ZuveroError::withDescription(QString(ZuveroErrorDomain), 1,
+                                                        QStringLiteral("The facade is gone.")));
             });
         });
     d->fetchUnreadCountQueue->addOperation(operation);
@@ -733,7 +736,8 @@ void Zuvero::beginNetworkActivity()
     ZVXMainThread::assertMainThread();
     if (d->networkActivityCounter++ != 0)
         return;
-    if (const auto delegate = d->delegate.lock(); delegate && delegate->zuveroDidBeginNetworkActivity)
+    if (const auto delegate = d->delegate.lock();
+        delegate && delegate->zuveroDidBeginNetworkActivity)
         delegate->zuveroDidBeginNetworkActivity(this);
 }
 
@@ -744,7 +748,8 @@ void Zuvero::endNetworkActivity()
     ZVXClock::after(NetworkActivityMergeDelay, this, [this] {
         if (d->networkActivityCounter == 0 || --d->networkActivityCounter != 0)
             return;
-        if (const auto delegate = d->delegate.lock(); delegate && delegate->zuveroDidEndNetworkActivity)
+        if (const auto delegate = d->delegate.lock();
+            delegate && delegate->zuveroDidEndNetworkActivity)
             delegate->zuveroDidEndNetworkActivity(this);
     });
 }
@@ -760,7 +765,8 @@ void Zuvero::displayChatView()
     const std::shared_ptr<ZuveroDelegate> delegate = d->delegate.lock();
     if (delegate && delegate->zuveroDisplayChatViewController)
         delegate->zuveroDisplayChatViewController(this);
-    // The built-in presentation comes with the chat screen's widgets; until then only the host's shows.
+    // The built-in presentation comes with the chat screen's widgets; until then only the host's
+    // shows.
     if (const auto current = d->delegate.lock(); current && current->onOpen)
         current->onOpen(this);
 }
@@ -1006,5 +1012,6 @@ bool Zuvero::isLocationAttachmentEnabled()
 
 bool Zuvero::isAttachmentsEnabled()
 {
-    return isLibraryAttachmentEnabled() || isCameraAttachmentEnabled() || isLocationAttachmentEnabled();
+    return isLibraryAttachmentEnabled() || isCameraAttachmentEnabled()
+        || isLocationAttachmentEnabled();
 }

@@ -211,7 +211,8 @@ public:
 
     // --- Conversation cache and offline queue ------------------------------
 
-    //! The cached conversation: messages, queued messages and whether more exist (see the keys above).
+    //! The cached conversation: messages, queued messages and whether more exist (see the keys
+    //! above).
     QVariantMap cachedConversation() const;
     bool saveCachedMessages(const ZuveroChatMessageList &messages, bool hasMoreMessages);
     ZuveroChatMessageList offlineMessages() const;
@@ -241,7 +242,8 @@ public:
     */
     bool consumeReceivedRemoteNotification(const QVariantMap &payload);
     //! The user's answer to an interactive notification ("ACTION_SEND" with typed text).
-    void handleRemoteNotificationWithIdentifier(const QString &identifier, const QVariantMap &responseInfo);
+    void handleRemoteNotificationWithIdentifier(const QString &identifier,
+                                                const QVariantMap &responseInfo);
     //! A text of the library: the host's translation first, then the library's own.
     static QString localizeString(const QString &key);
 

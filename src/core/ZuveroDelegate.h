@@ -38,5 +38,6 @@ struct ZuveroDelegate
     std::function<void(Zuvero *zuvero)> zuveroDidEndNetworkActivity;
 
     //! Whether a pushed message may be shown in the in-app banner; false keeps it quiet.
-    std::function<bool(Zuvero *zuvero, const QString &text)> zuveroShouldDisplayNotificationWithText;
+    std::function<bool(Zuvero *zuvero, const QString &text)>
+        zuveroShouldDisplayNotificationWithText;
 };

@@ -17,8 +17,7 @@ class ZVXFacadeConnectionAPI final : public ZVXConnectionAPI
 public:
     explicit ZVXFacadeConnectionAPI(Zuvero *facade)
         : m_facade(facade)
-    {
-    }
+    { }
 
     QString hostname() const override;
     QString language() const override;

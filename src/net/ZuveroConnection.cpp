@@ -41,9 +41,10 @@ QString describeHeaders(const ZVXHTTPHeaderFields &fields)
 
 QString describeError(const ZuveroError &error)
 {
-    return error.isNull() ? QStringLiteral("(null)")
-                          : QStringLiteral("%1 %2: %3").arg(error.domain(), QString::number(error.code()),
-                                                            error.localizedDescription());
+    return error.isNull()
+        ? QStringLiteral("(null)")
+        : QStringLiteral("%1 %2: %3")
+              .arg(error.domain(), QString::number(error.code()), error.localizedDescription());
 }
 
 // Numbers only: a count or interval sent as text is ignored.
@@ -94,8 +95,9 @@ ZVXConnectionAPI *ZuveroConnectionPrivate::api() const
 QUrl ZuveroConnectionPrivate::apiURLWithPath(const QString &path) const
 {
     const QString host = api() ? api()->hostname() : QString();
-    return QUrl(QStringLiteral("https://%1/api/%2%3").arg(host, ZuveroConnection::serverApiVersion(), path),
-                QUrl::StrictMode);
+    return QUrl(
+        QStringLiteral("https://%1/api/%2%3").arg(host, ZuveroConnection::serverApiVersion(), path),
+        QUrl::StrictMode);
 }
 
 ZVXURLRequest ZuveroConnectionPrivate::requestWithPath(const QString &path) const
@@ -137,8 +139,9 @@ std::optional<ZVXURLRequest> ZuveroConnectionPrivate::cacheableRequestWithURL(co
     return request;
 }
 
-std::optional<QVariant> ZuveroConnectionPrivate::handleReceivedJSON(const ZVXURLSessionResult &result,
-                                                                   const Failure &failure)
+std::optional<QVariant>
+ZuveroConnectionPrivate::handleReceivedJSON(const ZVXURLSessionResult &result,
+                                            const Failure &failure)
 {
     if (!result.data) {
         failure(result.error);
@@ -154,9 +157,9 @@ std::optional<QVariant> ZuveroConnectionPrivate::handleReceivedJSON(const ZVXURL
                    .arg(describeError(result.error)));
         failure(!result.error.isNull()
                     ? result.error
-                    : ZuveroError::withDescription(
-                        QString(ZuveroErrorDomain), NonHTTPResponseCode,
-                        ZVXLocalization::hostString(QStringLiteral("Non-HTTP response received."))));
+                    : ZuveroError::withDescription(QString(ZuveroErrorDomain), NonHTTPResponseCode,
+                                                   ZVXLocalization::hostString(QStringLiteral(
+                                                       "Non-HTTP response received."))));
         return std::nullopt;
     }
     const int status = result.response->statusCode;
@@ -164,7 +167,8 @@ std::optional<QVariant> ZuveroConnectionPrivate::handleReceivedJSON(const ZVXURL
     const std::optional<QVariant> json = ZVXJSON::parse(*result.data, &parseError);
     if (!json) {
         const QByteArray body = result.data->left(LoggedBodyLimit);
-        ZVXLog(QStringLiteral("EXPECTED JSON, GOT THIS: %1 (%2) [http status code: %3] response headers: %4")
+        ZVXLog(QStringLiteral(
+                   "EXPECTED JSON, GOT THIS: %1 (%2) [http status code: %3] response headers: %4")
                    .arg(QString::fromUtf8(body), ZVXDescribeBytes(body), QString::number(status),
                         describeHeaders(result.response->headerFields)));
         failure(parseError);
@@ -174,10 +178,12 @@ std::optional<QVariant> ZuveroConnectionPrivate::handleReceivedJSON(const ZVXURL
         return json;
 
     const QVariantMap reply = json->toMap();
-    const std::optional<QString> localizedError = ZVXModelValues::text(reply.value(QStringLiteral("localizedError")));
+    const std::optional<QString> localizedError
+        = ZVXModelValues::text(reply.value(QStringLiteral("localizedError")));
     const std::optional<QString> error = ZVXModelValues::text(reply.value(QStringLiteral("error")));
     const QString reason = localizedError.value_or(error.value_or(QStringLiteral("Server Error")));
-    ZVXLog(QStringLiteral("ZuveroConnection: received HTTP code %1: %2").arg(QString::number(status), reason));
+    ZVXLog(QStringLiteral("ZuveroConnection: received HTTP code %1: %2")
+               .arg(QString::number(status), reason));
     failure(ZuveroError(QString(ZuveroErrorDomain), status,
                         {{ZuveroLocalizedDescriptionKey, reason},
                          {QStringLiteral("debugMessage"),
@@ -218,7 +224,8 @@ void ZuveroConnectionPrivate::consumeRegistrationReply(const QVariantMap &reply)
     consumeSourceInfo(reply.value(QStringLiteral("sourceInfo")));
 }
 
-QString ZuveroConnectionPrivate::messagesPath(const QDateTime &since, const QDateTime &until, quint32 limit)
+QString ZuveroConnectionPrivate::messagesPath(const QDateTime &since, const QDateTime &until,
+                                              quint32 limit)
 {
     // Without a limit the query keeps its trailing "&" (or is a bare "?"); the server expects it.
     QString path = QStringLiteral("/messages?");
@@ -242,7 +249,8 @@ QVariantMap ZuveroConnectionPrivate::messageBody(const ZuveroChatMessage &messag
         body.insert(QStringLiteral("location"), *message.locationDictionary());
     if (const ZVXConnectionAPI::MessageContext context = api() ? api()->messageContext() : nullptr)
         body.insert(QStringLiteral("context"), *context);
-    const ZuveroChatAttachmentList attached = message.attachments().value_or(ZuveroChatAttachmentList());
+    const ZuveroChatAttachmentList attached
+        = message.attachments().value_or(ZuveroChatAttachmentList());
     if (!attached.isEmpty()) {
         QVariantList attachments;
         for (const ZuveroChatAttachmentPtr &attachment : attached) {
@@ -286,8 +294,7 @@ QString ZuveroConnectionPrivate::deviceInfo()
 ZuveroConnection::ZuveroConnection(ZVXConnectionAPI *api, QObject *parent)
     : QObject(parent)
     , d(std::make_unique<ZuveroConnectionPrivate>(this, api))
-{
-}
+{ }
 
 ZuveroConnection::~ZuveroConnection() = default;
 
@@ -320,7 +327,8 @@ void ZuveroConnection::registerApp(Completion completion)
                 desktopFile.isEmpty() ? QCoreApplication::applicationName() : desktopFile);
     body.insert(QStringLiteral("appVersion"), QCoreApplication::applicationVersion());
     body.insert(QStringLiteral("apns"),
-                api->developmentAPNS() ? QStringLiteral("development") : QStringLiteral("production"));
+                api->developmentAPNS() ? QStringLiteral("development")
+                                       : QStringLiteral("production"));
 
     ZuveroError encodingError;
     const std::optional<QByteArray> json = ZVXJSON::serialize(body, &encodingError);
@@ -333,24 +341,25 @@ void ZuveroConnection::registerApp(Completion completion)
     request.setHTTPBody(*json);
     const QPointer<ZuveroConnection> self(this);
     d->session
-        ->dataTask(request,
-                   [self, completion](const ZVXURLSessionResult &result) -> ZVXURLSession::Completion {
-                       ZuveroError error;
-                       const std::optional<QVariant> reply = ZuveroConnectionPrivate::handleReceivedJSON(
-                           result, [&error](const ZuveroError &e) { error = e; });
-                       if (!reply) {
-                           ZVXLog(QStringLiteral("Failed registering: %1 (%2)")
-                                      .arg(QString::fromUtf8(result.data.value_or(QByteArray())
-                                                                 .left(LoggedBodyLimit)),
-                                           describeError(result.error)));
-                           return [completion, error] { completion(false, error); };
-                       }
-                       return [self, completion, reply = reply->toMap()] {
-                           if (self)
-                               self->d->consumeRegistrationReply(reply);
-                           completion(true, {});
-                       };
-                   })
+        ->dataTask(
+            request,
+            [self, completion](const ZVXURLSessionResult &result) -> ZVXURLSession::Completion {
+                ZuveroError error;
+                const std::optional<QVariant> reply = ZuveroConnectionPrivate::handleReceivedJSON(
+                    result, [&error](const ZuveroError &e) { error = e; });
+                if (!reply) {
+                    ZVXLog(QStringLiteral("Failed registering: %1 (%2)")
+                               .arg(QString::fromUtf8(
+                                        result.data.value_or(QByteArray()).left(LoggedBodyLimit)),
+                                    describeError(result.error)));
+                    return [completion, error] { completion(false, error); };
+                }
+                return [self, completion, reply = reply->toMap()] {
+                    if (self)
+                        self->d->consumeRegistrationReply(reply);
+                    completion(true, {});
+                };
+            })
         ->resume();
 }
 
@@ -361,8 +370,8 @@ void ZuveroConnectionPrivate::afterRegistration(std::function<void()> send, Fail
         failed(facadeGone());
         return;
     }
-    facade->registerIfNeeded([send = std::move(send), failed = std::move(failed)](
-                                 bool success, const ZuveroError &error) {
+    facade->registerIfNeeded([send = std::move(send),
+                              failed = std::move(failed)](bool success, const ZuveroError &error) {
         ZVXMainThread::assertMainThread();
         if (success)
             send();
@@ -371,26 +380,27 @@ void ZuveroConnectionPrivate::afterRegistration(std::function<void()> send, Fail
     });
 }
 
-std::shared_ptr<ZVXURLSessionTask> ZuveroConnectionPrivate::jsonTask(const ZVXURLRequest &request,
-                                                                     ReplyStep onReply, Failure failed)
+std::shared_ptr<ZVXURLSessionTask>
+ZuveroConnectionPrivate::jsonTask(const ZVXURLRequest &request, ReplyStep onReply, Failure failed)
 {
-    return session->dataTask(
-        request, [onReply = std::move(onReply), failed = std::move(failed)](
-                     const ZVXURLSessionResult &result) -> ZVXURLSession::Completion {
-            ZuveroError error;
-            const std::optional<QVariant> reply
-                = handleReceivedJSON(result, [&error](const ZuveroError &e) { error = e; });
-            if (!reply)
-                return [failed, error] { failed(error); };
-            return onReply(*reply);
-        });
+    return session->dataTask(request,
+                             [onReply = std::move(onReply), failed = std::move(failed)](
+                                 const ZVXURLSessionResult &result) -> ZVXURLSession::Completion {
+                                 ZuveroError error;
+                                 const std::optional<QVariant> reply = handleReceivedJSON(
+                                     result, [&error](const ZuveroError &e) { error = e; });
+                                 if (!reply)
+                                     return [failed, error] { failed(error); };
+                                 return onReply(*reply);
+                             });
 }
 
 void ZuveroConnection::loadUserStatus(CountCompletion completion)
 {
     ZVXMainThread::assertMainThread();
     const QPointer<ZuveroConnection> self(this);
-    const auto failed = [completion](const ZuveroError &error) { completion(ZuveroNotFound, error); };
+    const auto failed
+        = [completion](const ZuveroError &error) { completion(ZuveroNotFound, error); };
     d->afterRegistration(
         [self, completion, failed] {
             if (!self)
@@ -401,7 +411,8 @@ void ZuveroConnection::loadUserStatus(CountCompletion completion)
                 ->jsonTask(
                     request,
                     [self, completion](const QVariant &reply) -> std::function<void()> {
-                        return [self, completion, count = reply.toMap().value(QStringLiteral("unreadCount"))] {
+                        return [self, completion,
+                                count = reply.toMap().value(QStringLiteral("unreadCount"))] {
                             ZVXConnectionAPI *api = self ? self->d->api() : nullptr;
                             if (api)
                                 self->d->consumeUnreadCount(count);
@@ -440,27 +451,32 @@ void ZuveroConnection::fetchUnreadCountWithCompletion(CountCompletion completion
             // This fetch has checks of its own, made on the main thread, and logs nothing.
             self->d->session
                 ->dataTask(request,
-                           [self, completion, end](const ZVXURLSessionResult &result) -> ZVXURLSession::Completion {
+                           [self, completion,
+                            end](const ZVXURLSessionResult &result) -> ZVXURLSession::Completion {
                                return [self, completion, end, result] {
                                    end();
                                    if (!result.data)
                                        return completion(ZuveroNotFound, result.error);
-                                   if (result.data->isEmpty() && !result.response && !result.error.isNull())
+                                   if (result.data->isEmpty() && !result.response
+                                       && !result.error.isNull())
                                        return completion(ZuveroNotFound, result.error);
                                    if (!result.response)
                                        return completion(ZuveroNotFound, badServerResponse());
                                    const int status = result.response->statusCode;
                                    if (status < 200 || status >= 300)
-                                       return completion(ZuveroNotFound,
-                                                         ZuveroError(QString(ZuveroHTTPErrorDomain), status));
+                                       return completion(
+                                           ZuveroNotFound,
+                                           ZuveroError(QString(ZuveroHTTPErrorDomain), status));
                                    ZuveroError parseError;
-                                   const std::optional<QVariant> json = ZVXJSON::parse(*result.data, &parseError);
+                                   const std::optional<QVariant> json
+                                       = ZVXJSON::parse(*result.data, &parseError);
                                    if (!json)
                                        return completion(ZuveroNotFound, parseError);
                                    const QVariantMap reply = json->toMap();
                                    if (!reply.contains(QStringLiteral("unreadCount")))
                                        return completion(ZuveroNotFound, badServerResponse());
-                                   const QVariant count = reply.value(QStringLiteral("unreadCount"));
+                                   const QVariant count
+                                       = reply.value(QStringLiteral("unreadCount"));
                                    if (self)
                                        self->d->consumeUnreadCount(count);
                                    completion(count.toLongLong(), {});
@@ -516,11 +532,14 @@ void ZuveroConnection::loadMessageSinceDate(const QDateTime &since, const QDateT
                     [self, completion](const QVariant &json) -> std::function<void()> {
                         // Built here, off the main thread; entries that do not parse are dropped.
                         const QVariantMap reply = json.toMap();
-                        const bool more = ZVXModelValues::flag(reply.value(QStringLiteral("moreMessages")));
+                        const bool more
+                            = ZVXModelValues::flag(reply.value(QStringLiteral("moreMessages")));
                         ZuveroChatMessageList messages;
-                        const QVariant list = ZuveroSkipNSNullRecursively(reply.value(QStringLiteral("messages")));
+                        const QVariant list
+                            = ZuveroSkipNSNullRecursively(reply.value(QStringLiteral("messages")));
                         for (const QVariant &entry : list.toList()) {
-                            if (ZuveroChatMessagePtr message = ZuveroChatMessage::initWithPropertyList(entry))
+                            if (ZuveroChatMessagePtr message
+                                = ZuveroChatMessage::initWithPropertyList(entry))
                                 messages.append(message);
                         }
                         return [self, completion, messages, more,
@@ -561,7 +580,8 @@ void ZuveroConnection::sendChatMessage(const ZuveroChatMessagePtr &message, Comp
             }
             ZuveroConnectionPrivate *d = self->d.get();
             ZuveroError encodingError;
-            const std::optional<QByteArray> json = ZVXJSON::serialize(d->messageBody(*message), &encodingError);
+            const std::optional<QByteArray> json
+                = ZVXJSON::serialize(d->messageBody(*message), &encodingError);
             if (!json) {
                 end();
                 completion(false, encodingError);
@@ -573,39 +593,46 @@ void ZuveroConnection::sendChatMessage(const ZuveroChatMessagePtr &message, Comp
                 = message->attachments().value_or(ZuveroChatAttachmentList());
             for (const ZuveroChatAttachmentPtr &attachment : attachments) {
                 if (!attachment->uuid().isEmpty() && attachment->data())
-                    multipart.addData(attachment->data(), attachment->uuid(), attachment->contentType(),
-                                      attachment->uuid());
+                    multipart.addData(attachment->data(), attachment->uuid(),
+                                      attachment->contentType(), attachment->uuid());
             }
             ZVXURLRequest request = d->requestWithPath(QStringLiteral("/messages"));
             request.setHTTPMethod("POST");
             request.setValue(multipart.contentType().toLatin1(), "Content-Type");
             request.setHTTPBody(multipart.data());
             // A context goes with exactly one message: the one it was sent with.
-            const ZVXConnectionAPI::MessageContext context = d->api() ? d->api()->messageContext() : nullptr;
+            const ZVXConnectionAPI::MessageContext context
+                = d->api() ? d->api()->messageContext() : nullptr;
             const QDateTime start = ZVXClock::currentTime();
             const qsizetype jsonSize = json->size();
 
             auto task = std::make_shared<std::shared_ptr<ZVXURLSessionTask>>();
-            const auto finish = [self, task, end, completion](bool success, const ZuveroError &error) {
-                if (self && *task)
-                    self->d->progressObserver->removeTask(*task, success ? 1.0 : 0.0, success ? 1.0 : 0.0);
-                end();
-                completion(success, error);
-            };
+            const auto finish
+                = [self, task, end, completion](bool success, const ZuveroError &error) {
+                      if (self && *task)
+                          self->d->progressObserver->removeTask(*task, success ? 1.0 : 0.0,
+                                                                success ? 1.0 : 0.0);
+                      end();
+                      completion(success, error);
+                  };
             *task = d->session->dataTask(
                 request,
-                [self, message, context, start, jsonSize, finish](
-                    const ZVXURLSessionResult &result) -> ZVXURLSession::Completion {
-                    ZVXLog(QStringLiteral("ZuveroConnection: Uploaded message %1 Kb in %2 sec :\n%3")
-                               .arg(QString::number(double(jsonSize) / 1024.0, 'f', 2),
-                                    QString::number(start.msecsTo(ZVXClock::currentTime()) / 1000.0, 'f', 3),
-                                    message->description()));
+                [self, message, context, start, jsonSize,
+                 finish](const ZVXURLSessionResult &result) -> ZVXURLSession::Completion {
+                    ZVXLog(
+                        QStringLiteral("ZuveroConnection: Uploaded message %1 Kb in %2 sec :\n%3")
+                            .arg(QString::number(double(jsonSize) / 1024.0, 'f', 2),
+                                 QString::number(start.msecsTo(ZVXClock::currentTime()) / 1000.0,
+                                                 'f', 3),
+                                 message->description()));
                     ZuveroError error;
-                    const std::optional<QVariant> reply = ZuveroConnectionPrivate::handleReceivedJSON(
-                        result, [&error](const ZuveroError &e) { error = e; });
+                    const std::optional<QVariant> reply
+                        = ZuveroConnectionPrivate::handleReceivedJSON(
+                            result, [&error](const ZuveroError &e) { error = e; });
                     if (!reply)
                         return [finish, error] { finish(false, error); };
-                    return [self, context, finish, count = reply->toMap().value(QStringLiteral("unreadCount"))] {
+                    return [self, context, finish,
+                            count = reply->toMap().value(QStringLiteral("unreadCount"))] {
                         if (ZVXConnectionAPI *facade = self ? self->d->api() : nullptr) {
                             self->d->consumeUnreadCount(count);
                             if (facade->messageContext() == context)
@@ -624,7 +651,8 @@ void ZuveroConnection::sendChatMessage(const ZuveroChatMessagePtr &message, Comp
         });
 }
 
-void ZuveroConnection::markReadMessages(const ZuveroChatMessageList &messages, Completion completion)
+void ZuveroConnection::markReadMessages(const ZuveroChatMessageList &messages,
+                                        Completion completion)
 {
     ZVXMainThread::assertMainThread();
     if (messages.isEmpty()) {
@@ -649,7 +677,8 @@ void ZuveroConnection::markReadMessages(const ZuveroChatMessageList &messages, C
                 ->jsonTask(
                     request,
                     [self, completion](const QVariant &reply) -> std::function<void()> {
-                        return [self, completion, count = reply.toMap().value(QStringLiteral("unreadCount"))] {
+                        return [self, completion,
+                                count = reply.toMap().value(QStringLiteral("unreadCount"))] {
                             if (self)
                                 self->d->consumeUnreadCount(count);
                             completion(true, {});

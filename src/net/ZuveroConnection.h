@@ -36,8 +36,9 @@ class ZUVERO_EXPORT ZuveroConnection : public QObject
 public:
     using Completion = std::function<void(bool success, const ZuveroError &error)>;
     using CountCompletion = std::function<void(qint64 count, const ZuveroError &error)>;
-    using MessagesCompletion = std::function<void(const std::optional<ZuveroChatMessageList> &messages,
-                                                  bool moreMessages, const ZuveroError &error)>;
+    using MessagesCompletion
+        = std::function<void(const std::optional<ZuveroChatMessageList> &messages,
+                             bool moreMessages, const ZuveroError &error)>;
     //! Upload and download fractions, 0 to 1.
     using Progress = std::function<void(double upload, double download)>;
 

@@ -23,7 +23,10 @@ public:
     ZuveroConnectionPrivate(ZuveroConnection *q, ZVXConnectionAPI *api);
     ~ZuveroConnectionPrivate();
 
-    static ZuveroConnectionPrivate *get(ZuveroConnection *connection) { return connection->d.get(); }
+    static ZuveroConnectionPrivate *get(ZuveroConnection *connection)
+    {
+        return connection->d.get();
+    }
 
     //! The facade, or null once it is gone.
     ZVXConnectionAPI *api() const;
@@ -64,7 +67,8 @@ public:
     */
     void afterRegistration(std::function<void()> send, Failure failed);
 
-    //! Turns a JSON reply into the step that runs next on the main thread. Runs off the main thread.
+    //! Turns a JSON reply into the step that runs next on the main thread. Runs off the main
+    //! thread.
     using ReplyStep = std::function<std::function<void()>(const QVariant &reply)>;
     /*!
         A task on the API session whose reply passes handleReceivedJSON():

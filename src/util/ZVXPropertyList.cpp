@@ -15,8 +15,7 @@ class Reader
 public:
     explicit Reader(const QByteArray &xml)
         : m_xml(xml)
-    {
-    }
+    { }
 
     std::optional<QVariant> read(ZuveroError *error)
     {
@@ -103,7 +102,8 @@ private:
             bool ok = false;
             const qlonglong number = text->trimmed().toLongLong(&ok);
             if (!ok)
-                return fail(QStringLiteral("an <integer> that is not a whole number: %1").arg(*text));
+                return fail(
+                    QStringLiteral("an <integer> that is not a whole number: %1").arg(*text));
             return QVariant(number);
         }
         if (elementName == QLatin1String("real")) {
@@ -116,7 +116,8 @@ private:
         if (elementName == QLatin1String("data")) {
             QByteArray base64 = text->toLatin1();
             base64.replace(' ', "").replace('\n', "").replace('\t', "").replace('\r', "");
-            auto decoded = QByteArray::fromBase64Encoding(base64, QByteArray::AbortOnBase64DecodingErrors);
+            auto decoded
+                = QByteArray::fromBase64Encoding(base64, QByteArray::AbortOnBase64DecodingErrors);
             if (!decoded)
                 return fail(QStringLiteral("<data> that is not Base64"));
             return QVariant(*decoded);
@@ -140,7 +141,8 @@ private:
             if (!key)
                 return std::nullopt;
             if (!nextElement())
-                return m_failed ? std::nullopt : fail(QStringLiteral("a <key> without a value: %1").arg(*key));
+                return m_failed ? std::nullopt
+                                : fail(QStringLiteral("a <key> without a value: %1").arg(*key));
             std::optional<QVariant> value = readValue(depth + 1);
             if (!value)
                 return std::nullopt;

@@ -6,7 +6,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-
 class TestConfiguration : public QObject
 {
     Q_OBJECT
@@ -25,19 +24,24 @@ void TestConfiguration::normalisesAPropertyListFile()
     const QString path = QFINDTESTDATA("data/ZuveroConfig.plist");
     const std::optional<QVariantMap> raw = ZVXConfiguration::readConfigurationFile(path);
     QVERIFY(raw);
-    QCOMPARE(raw->value(QStringLiteral("extra")).toList().at(1), QVariant(QByteArray("\x00\x01\x02", 3)));
+    QCOMPARE(raw->value(QStringLiteral("extra")).toList().at(1),
+             QVariant(QByteArray("\x00\x01\x02", 3)));
 
     ZVXLogCapture log;
     const QVariantMap typed = ZVXConfiguration::normalizeConfigurationDictionary(*raw);
-    QCOMPARE(log.lines(),
-             (QStringList{
-                 QStringLiteral("ZVX: Could not configure agentNameFont with name = No Such Font & size = 12."),
-                 QStringLiteral("ZVX: Could not configure dateFont, you must provide name & size."),
-                 QStringLiteral("ZVX: Could not configure dateTextColor, format of #FFF is not valid."),
-                 QStringLiteral("ZVX: Could not configure userMessageBubbleInsets, you must provide top & "
-                                "left & bottom & right."),
-                 QStringLiteral("ZVX: Could not configure agentMessageBubbleImage, you must provide top & "
-                                "left & bottom & right & imgName.")}));
+    QCOMPARE(
+        log.lines(),
+        (QStringList{
+            QStringLiteral(
+                "ZVX: Could not configure agentNameFont with name = No Such Font & size = 12."),
+            QStringLiteral("ZVX: Could not configure dateFont, you must provide name & size."),
+            QStringLiteral("ZVX: Could not configure dateTextColor, format of #FFF is not valid."),
+            QStringLiteral(
+                "ZVX: Could not configure userMessageBubbleInsets, you must provide top & "
+                "left & bottom & right."),
+            QStringLiteral(
+                "ZVX: Could not configure agentMessageBubbleImage, you must provide top & "
+                "left & bottom & right & imgName.")}));
 
     const QColor blue(0x0f, 0x80, 0xf0);
     QCOMPARE(typed.value(QStringLiteral("tintColor")).value<QColor>(), blue);
@@ -45,7 +49,8 @@ void TestConfiguration::normalisesAPropertyListFile()
     // The three tints follow the main one; misspelt and empty keys are gone without a word.
     QCOMPARE(typed.value(QStringLiteral("sendTintColor")).value<QColor>(), blue);
     QCOMPARE(typed.value(QStringLiteral("cursorTintColor")).value<QColor>(), blue);
-    QVERIFY(!typed.contains(QStringLiteral("tintColour")) && !typed.contains(QStringLiteral("errorIconColor")));
+    QVERIFY(!typed.contains(QStringLiteral("tintColour"))
+            && !typed.contains(QStringLiteral("errorIconColor")));
     QCOMPARE(typed.value(QStringLiteral("interactiveNotification")), QVariant(true));
     QCOMPARE(typed.value(QStringLiteral("title")), QVariant(QStringLiteral("Help & Support")));
     QCOMPARE(typed.value(QStringLiteral("language")), QVariant(QStringLiteral("fr-FR")));
@@ -54,8 +59,10 @@ void TestConfiguration::normalisesAPropertyListFile()
     QCOMPARE(font.family(), QStringLiteral("DejaVu Sans"));
     QVERIFY(font.bold());
     QCOMPARE(font.pixelSize(), 16);
-    QCOMPARE(typed.value(QStringLiteral("agentNameInsets")).value<QMarginsF>(), QMarginsF(2, 1, 0, 3));
-    const auto bubble = typed.value(QStringLiteral("userMessageBubbleImage")).value<ZuveroResizableImage>();
+    QCOMPARE(typed.value(QStringLiteral("agentNameInsets")).value<QMarginsF>(),
+             QMarginsF(2, 1, 0, 3));
+    const auto bubble
+        = typed.value(QStringLiteral("userMessageBubbleImage")).value<ZuveroResizableImage>();
     QVERIFY(!bubble.isNull() && bubble.isTemplate);
     QCOMPARE(bubble.capInsets, QMarginsF(19, 18, 36, 18));
 }
@@ -90,34 +97,41 @@ void TestConfiguration::readsJSONAndRefusesBrokenFiles()
     };
     const auto json = ZVXConfiguration::readConfigurationFile(
         write("config.json", R"(  {"apiKey": "k", "tintColor": "#000000"})"));
-    QCOMPARE(json.value_or(QVariantMap()).value(QStringLiteral("apiKey")), QVariant(QStringLiteral("k")));
+    QCOMPARE(json.value_or(QVariantMap()).value(QStringLiteral("apiKey")),
+             QVariant(QStringLiteral("k")));
 
     const QList<QByteArray> broken = {
-        "<plist><dict><key>a</key></dict></plist>",             // a key without a value
-        "<plist><dict><string>a</string></dict></plist>",       // a value without a key
-        "<plist><integer>twelve</integer></plist>",             // not a number
-        "<plist><array><string>a</string></plist>",             // not well-formed
-        "<plist><string>a</string><string>b</string></plist>",  // two values
-        "<plist><array><unknown/></array></plist>",             // unknown element
-        QByteArray("<plist>") + QByteArray(300, '<').replace('<', "<array>") + "</plist>", // too deep
+        "<plist><dict><key>a</key></dict></plist>", // a key without a value
+        "<plist><dict><string>a</string></dict></plist>", // a value without a key
+        "<plist><integer>twelve</integer></plist>", // not a number
+        "<plist><array><string>a</string></plist>", // not well-formed
+        "<plist><string>a</string><string>b</string></plist>", // two values
+        "<plist><array><unknown/></array></plist>", // unknown element
+        QByteArray("<plist>") + QByteArray(300, '<').replace('<', "<array>")
+            + "</plist>", // too deep
     };
     for (const QByteArray &content : broken) {
         ZuveroError error;
         QVERIFY2(!ZVXPropertyList::parse(content, &error), content.constData());
-        QVERIFY(error.localizedDescription().startsWith(QLatin1String("Property list error at line")));
+        QVERIFY(
+            error.localizedDescription().startsWith(QLatin1String("Property list error at line")));
     }
     ZuveroError error;
-    QVERIFY(!ZVXConfiguration::readConfigurationFile(write("list.plist", "<plist><array/></plist>"), &error));
+    QVERIFY(!ZVXConfiguration::readConfigurationFile(write("list.plist", "<plist><array/></plist>"),
+                                                     &error));
     QVERIFY(error.localizedDescription().contains(QLatin1String("does not hold a dictionary")));
-    QVERIFY(!ZVXConfiguration::readConfigurationFile(dir.filePath(QStringLiteral("missing")), &error));
+    QVERIFY(
+        !ZVXConfiguration::readConfigurationFile(dir.filePath(QStringLiteral("missing")), &error));
 }
 
 void TestConfiguration::appearanceTakesTypedValues()
 {
     ZuveroAppearance appearance = ZuveroAppearance::defaults();
     QCOMPARE(appearance.userMessageBubbleImage.capInsets, QMarginsF(19, 18, 36, 18));
-    QCOMPARE(appearance.systemMessageBubbleImage.capInsets, appearance.agentMessageBubbleImage.capInsets);
-    QVERIFY(!appearance.userAttachmentBubbleImage.isTemplate && appearance.userMessageBubbleImage.isTemplate);
+    QCOMPARE(appearance.systemMessageBubbleImage.capInsets,
+             appearance.agentMessageBubbleImage.capInsets);
+    QVERIFY(!appearance.userAttachmentBubbleImage.isTemplate
+            && appearance.userMessageBubbleImage.isTemplate);
     QCOMPARE(appearance.agentNameInsets, QMarginsF(10, 2, 10, 4));
 
     QVERIFY(appearance.setValue(QStringLiteral("tintColor"), QColor(Qt::red)));

@@ -45,7 +45,8 @@ void TestConversation::newCopiesReplaceAndDatesOrder()
 
     // Of several existing copies of one identifier, the last one survives.
     const auto old = message("4", 2, "old"), newer = message("4", 3, "newer");
-    QCOMPARE(texts(ZVXConversation::combineExistingMessages({old, newer}, {})), QLatin1String("newer"));
+    QCOMPARE(texts(ZVXConversation::combineExistingMessages({old, newer}, {})),
+             QLatin1String("newer"));
     QCOMPARE(texts(ZVXConversation::combineExistingMessagesWithDeletedMessages({a, b, c}, {b2})),
              QLatin1String("A C"));
 }
@@ -74,7 +75,8 @@ void TestConversation::savingKeepsTheNewestWithoutWelcome()
     ZVXConversation conversation;
     ZuveroChatMessageList many;
     for (int i = 0; i < 120; ++i)
-        many << message(QByteArray::number(i).constData(), i % 60, QByteArray::number(i).constData());
+        many << message(QByteArray::number(i).constData(), i % 60,
+                        QByteArray::number(i).constData());
     conversation.setMessages(many);
     const auto welcome = ZuveroChatMessage::initWithSystemText(QStringLiteral("Welcome"));
     conversation.setWelcomeMessage(welcome);

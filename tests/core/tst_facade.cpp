@@ -1,0 +1,186 @@
+#include "ZVXJWT.h"
+#include "ZVXManualClock.h"
+#include "ZVXTemporaryUserDefaults.h"
+#include "Zuvero.h"
+#include "ZuveroApplication.h"
+#include "ZuveroData.h"
+#include "ZuveroException.h"
+
+#include <QTest>
+
+#include <thread>
+
+using namespace std::chrono_literals;
+
+namespace {
+// A port nobody listens on: registrations fail at once, without waiting on a name lookup.
+const QString ClosedHost = QStringLiteral("127.0.0.1:9");
+const QString Secret = QStringLiteral("74657374"); // "test"
+const QString SecretKey
+    = QStringLiteral("9f86d081884c7d659a2feaa0c55ad015a3bf4f1b2b0b822cd15d6c15b0f00a08");
+} // namespace
+
+class TestFacade : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init() { m_defaults = std::make_unique<ZVXTemporaryUserDefaults>(); }
+    void cleanup() { m_defaults.reset(); }
+    void credentials();
+    void tokenClaimsBecomeTheIdentity();
+    void unreadCountWaitsWhileTheChatShows();
+    void networkActivityBursts();
+    void copiesStartSomeSettingsAfresh();
+    void attachmentSwitches();
+
+private:
+    std::unique_ptr<ZVXTemporaryUserDefaults> m_defaults;
+};
+
+void TestFacade::credentials()
+{
+    std::unique_ptr<Zuvero> signing(Zuvero::initWithApiSecret(Secret, ClosedHost, {}));
+    QCOMPARE(signing->apiKey(), SecretKey);
+    const std::optional<QString> token = signing->jwt();
+    QVERIFY(token);
+    const auto verified = ZVXJWT::initWithJWT(token, QByteArray("test"));
+    QVERIFY(verified);
+    QCOMPARE(verified->payload().value(QStringLiteral("apiKey")), QVariant(SecretKey));
+    QCOMPARE(verified->payload().value(QStringLiteral("installationId")),
+             QVariant(signing->installationIdentifier()));
+    QCOMPARE(signing->installationIdentifier(), signing->installationIdentifier().toUpper());
+
+    // A key alone makes no token; an empty secret falls back to the key; a bad secret makes no
+    // facade.
+    std::unique_ptr<Zuvero> keyed(Zuvero::initWithConfigurationDictionary(
+        QVariantMap{{QStringLiteral("apiSecret"), QString()},
+                    {QStringLiteral("apiKey"), QStringLiteral("k")}}));
+    QCOMPARE(keyed->apiKey(), QStringLiteral("k"));
+    QVERIFY(!keyed->jwt());
+    QCOMPARE(keyed->hostname(), QString(ZuveroDefaultHostname));
+    QVERIFY(!Zuvero::initWithConfigurationDictionary(
+        QVariantMap{{QStringLiteral("apiSecret"), QStringLiteral("abc")}}));
+    QVERIFY_THROWS_EXCEPTION(ZuveroException, keyed->chatViewController());
+
+    // Off the main thread, creation is a programming error.
+    QString name;
+    std::thread worker([&] {
+        try {
+            Zuvero::initWithApiKey(QStringLiteral("k"));
+        } catch (const ZuveroException &e) {
+            name = e.name();
+        }
+    });
+    worker.join();
+    QCOMPARE(name, QStringLiteral("Must run on main thread"));
+}
+
+void TestFacade::tokenClaimsBecomeTheIdentity()
+{
+    std::unique_ptr<Zuvero> zuvero(Zuvero::initWithApiKey(QStringLiteral("k"), ClosedHost, {}));
+    ZVXJWT token;
+    token.setPayload({{QStringLiteral("userId"), QStringLiteral("u1")},
+                      {QStringLiteral("userName"), QStringLiteral("Ana")},
+                      {QStringLiteral("extra"), QStringLiteral("not a dictionary")}});
+    zuvero->saveCachedMessages({ZuveroChatMessage::init()}, true);
+    zuvero->setJwt(token.signedTokenWithSecret(QByteArray("server's secret")));
+    QCOMPARE(zuvero->userIdentifier(), QStringLiteral("u1"));
+    QCOMPARE(zuvero->userName(), QStringLiteral("Ana"));
+    QVERIFY(!zuvero->authenticationInfo());
+    // A new identity starts a new conversation.
+    QVERIFY(zuvero->cachedConversation()
+                .value(ZuveroCachedConversationMessagesKey)
+                .value<ZuveroChatMessageList>()
+                .isEmpty());
+}
+
+void TestFacade::unreadCountWaitsWhileTheChatShows()
+{
+    auto delegate = std::make_shared<ZuveroDelegate>();
+    QStringList events;
+    delegate->zuveroUnreadCountDidChange
+        = [&](const ZuveroNotification &n) { events << QStringLiteral("delegate:") + n.name(); };
+    std::unique_ptr<Zuvero> zuvero(
+        Zuvero::initWithApiKey(QStringLiteral("k"), ClosedHost, delegate));
+    auto observer = ZuveroNotificationCenter::defaultCenter()->addObserver(
+        ZuveroChatUnreadCountDidChangeNotification, zuvero.get(),
+        [&](const ZuveroNotification &) { events << QStringLiteral("notification"); });
+
+    zuvero->updateUnreadCount(3);
+    QCOMPARE(events,
+             (QStringList{QStringLiteral("notification"),
+                          QStringLiteral("delegate:ZuveroChatUnreadCountDidChangeNotification")}));
+    QCOMPARE(ZuveroApplication::sharedApplication()->applicationIconBadgeNumber(), 3);
+
+    const int screen = 0;
+    zuvero->chatViewControllerDidAppear(&screen);
+    zuvero->updateUnreadCount(5);
+    QCOMPARE(zuvero->unreadCount(), 3);
+    zuvero->chatViewControllerDidDisappear(&screen);
+    QCOMPARE(zuvero->unreadCount(), 5);
+    QCOMPARE(events.size(), 4);
+
+    zuvero->chatViewControllerDidAppear(&screen);
+    zuvero->updateUnreadCount(2); // a falling count applies at once
+    QCOMPARE(zuvero->unreadCount(), 2);
+    zuvero->updateUnreadCount(2); // unchanged, and the badge already shows it
+    QCOMPARE(events.size(), 6);
+}
+
+void TestFacade::networkActivityBursts()
+{
+    ZVXManualClock clock;
+    auto delegate = std::make_shared<ZuveroDelegate>();
+    int begun = 0, ended = 0;
+    delegate->zuveroDidBeginNetworkActivity = [&](Zuvero *) { ++begun; };
+    delegate->zuveroDidEndNetworkActivity = [&](Zuvero *) { ++ended; };
+    std::unique_ptr<Zuvero> zuvero(
+        Zuvero::initWithApiKey(QStringLiteral("k"), ClosedHost, delegate));
+
+    zuvero->beginNetworkActivity();
+    zuvero->endNetworkActivity();
+    clock.advance(200ms);
+    zuvero->beginNetworkActivity(); // within 0.3 s of the last end: the same burst
+    clock.advance(100ms);
+    zuvero->endNetworkActivity();
+    QCOMPARE(begun, 1);
+    clock.advance(299ms);
+    QCOMPARE(ended, 0);
+    clock.advance(1ms);
+    QCOMPARE(ended, 1);
+}
+
+void TestFacade::copiesStartSomeSettingsAfresh()
+{
+    std::unique_ptr<Zuvero> zuvero(Zuvero::initWithApiSecret(Secret, ClosedHost, {}));
+    zuvero->setLanguage(QStringLiteral("xx-YY"));
+    zuvero->setUpdateAppBadgeNumber(false);
+    zuvero->setPollingInterval(42);
+    zuvero->appearance().tintColor = Qt::red;
+    zuvero->appearance().inputBarTintColor = Qt::green;
+    zuvero->setMessageContextInfo(QVariantMap{{QStringLiteral("page"), 1}});
+    std::unique_ptr<Zuvero> copy(zuvero->copyWithZone());
+    QCOMPARE(copy->jwt(), zuvero->jwt());
+    QCOMPARE(copy->apiKey(), SecretKey);
+    QCOMPARE(copy->appearance().tintColor, QColor(Qt::red));
+    QVERIFY(!copy->appearance().inputBarTintColor.isValid());
+    QVERIFY(copy->language() != QStringLiteral("xx-YY"));
+    QVERIFY(copy->updateAppBadgeNumber());
+    QCOMPARE(copy->pollingInterval(), 5.0);
+    QVERIFY(!copy->messageContextInfo());
+}
+
+void TestFacade::attachmentSwitches()
+{
+    // Process-wide and one way: this test comes last.
+    QVERIFY(Zuvero::isAttachmentsEnabled() && Zuvero::isCameraAttachmentEnabled());
+    Zuvero::disableLocationAttachment();
+    QVERIFY(!Zuvero::isLocationAttachmentEnabled() && Zuvero::isLibraryAttachmentEnabled());
+    QVERIFY(Zuvero::isAttachmentsEnabled());
+    Zuvero::disableAttachments();
+    QVERIFY(!Zuvero::isAttachmentsEnabled());
+}
+
+QTEST_MAIN(TestFacade)
+#include "tst_facade.moc"

@@ -18,6 +18,9 @@ packages=(
     # crypto, test certificates, a private session bus for the badge test,
     # fonts for widgets rendered offscreen
     libssl-dev openssl dbus-daemon dbus-session-bus-common fonts-dejavu-core
+    # the development server (HTTPS, SQLite) and its tests: curl as a second
+    # client, headless Chromium for the agent console
+    libcpp-httplib-dev libsqlite3-dev curl chromium chromium-driver
 )
 
 missing=()

@@ -3,6 +3,7 @@
 #include "ZVXDevAdminRoutes.h"
 #include "ZVXDevApiRoutes.h"
 #include "ZVXDevCertificates.h"
+#include "ZVXDevConnections.h"
 #include "ZVXDevConsoleRoutes.h"
 #include "ZVXDevFaults.h"
 #include "ZVXDevFileRoutes.h"
@@ -16,25 +17,12 @@
 #include <QHostAddress>
 
 #include <chrono>
-#include <sys/socket.h>
 
 using ZVXDevHttp::text;
 
 namespace {
 
-/*
-    The socket of the connection this thread serves: a thread serves one
-    connection from its handshake to its end, and dropping a connection on
-    purpose (a test fault) needs the socket, which requests do not expose.
-*/
-thread_local int connectionSocket = -1;
 thread_local std::chrono::steady_clock::time_point requestStart;
-
-void rememberSocket(const SSL *ssl, int where, int)
-{
-    if (where & SSL_CB_HANDSHAKE_DONE)
-        connectionSocket = SSL_get_fd(ssl);
-}
 
 // Marks answers made by a fault, which must reach the client exactly as asked.
 constexpr const char *FaultHeader = "X-Zuvero-Fault";
@@ -48,7 +36,7 @@ httplib::Server::HandlerResponse applyFault(const ZVXDevFaults::Fault &fault,
     case ZVXDevFaults::Kind::Delay:
         return httplib::Server::HandlerResponse::Unhandled;
     case ZVXDevFaults::Kind::Drop:
-        ::shutdown(connectionSocket, SHUT_RDWR);
+        ZVXDevConnections::dropCurrent();
         break;
     case ZVXDevFaults::Kind::Status:
     case ZVXDevFaults::Kind::NonJSON:
@@ -86,7 +74,7 @@ QString statusReason(int status)
 ZVXDevServer::ZVXDevServer(ZVXDevServices &services, const ZVXDevCertificates &certificates)
     : m_services(services)
     , m_server(std::make_unique<httplib::SSLServer>([&certificates](SSL_CTX &context) {
-        SSL_CTX_set_info_callback(&context, rememberSocket);
+        ZVXDevConnections::track(context);
         return certificates.apply(context);
     }))
 {
@@ -193,5 +181,7 @@ void ZVXDevServer::stop()
     // Streams wait for payloads; wake them so their threads can finish.
     m_services.push.stop();
     m_server->stop();
+    // Idle keep-alive connections would hold their threads until the clients let go.
+    ZVXDevConnections::closeAll();
     m_thread.join();
 }

@@ -1,0 +1,163 @@
+#include "ZVXDevServerProcess.h"
+
+#include "ZVXJSON.h"
+#include "ZVXJWT.h"
+
+#include <QDeadlineTimer>
+#include <QSignalSpy>
+
+ZVXDevServerProcess::ZVXDevServerProcess()
+{
+    // Its log goes to the test's output, where a failure shows it.
+    m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+}
+
+ZVXDevServerProcess::~ZVXDevServerProcess()
+{
+    stop();
+}
+
+bool ZVXDevServerProcess::start(const QStringList &arguments)
+{
+    m_arguments = arguments;
+    m_origin.clear();
+    m_process.start(QStringLiteral(ZUVERO_DEVSERVER),
+                    QStringList{QStringLiteral("--data"), m_data.path(), QStringLiteral("--port"),
+                                QStringLiteral("0")}
+                        + arguments);
+    const QDeadlineTimer deadline(30000);
+    while (m_origin.isEmpty() && !deadline.hasExpired()) {
+        if (!m_process.canReadLine() && !m_process.waitForReadyRead(int(deadline.remainingTime())))
+            break;
+        while (m_process.canReadLine()) {
+            const QString line = QString::fromUtf8(m_process.readLine()).trimmed();
+            const QString prefix = QStringLiteral("zuvero-devserver: ");
+            if (line.startsWith(prefix + QStringLiteral("certificate authority: ")))
+                m_authorityPath = line.section(QStringLiteral(": "), 2);
+            else if (line.startsWith(prefix + QStringLiteral("listening on ")))
+                m_origin = line.section(QLatin1Char(' '), 3);
+        }
+    }
+    return !m_origin.isEmpty();
+}
+
+bool ZVXDevServerProcess::stop()
+{
+    if (m_process.state() == QProcess::NotRunning)
+        return true;
+    m_process.terminate();
+    if (!m_process.waitForFinished(30000)) {
+        m_process.kill();
+        m_process.waitForFinished();
+        return false;
+    }
+    return m_process.exitStatus() == QProcess::NormalExit && m_process.exitCode() == 0;
+}
+
+QVariantMap ZVXDevReply::json() const
+{
+    return ZVXJSON::parse(body).value_or(QVariant()).toMap();
+}
+
+ZVXDevClient::ZVXDevClient(const ZVXDevServerProcess &server, const QString &token)
+    : token(token)
+    , m_origin(server.origin())
+    , m_ssl(QSslConfiguration::defaultConfiguration())
+{
+    m_ssl.setCaCertificates(QSslCertificate::fromPath(server.authorityPath()));
+    m_ssl.setPeerVerifyMode(QSslSocket::VerifyPeer);
+}
+
+QNetworkRequest ZVXDevClient::request(const QString &pathOrURL) const
+{
+    const QString url
+        = pathOrURL.startsWith(QLatin1String("https://")) ? pathOrURL : m_origin + pathOrURL;
+    QNetworkRequest request{QUrl(url)};
+    request.setSslConfiguration(m_ssl);
+    if (!token.isEmpty())
+        request.setRawHeader("X-ZVL-JWT", token.toUtf8());
+    return request;
+}
+
+ZVXDevReply ZVXDevClient::wait(QNetworkReply *reply)
+{
+    if (!reply->isFinished())
+        QSignalSpy(reply, &QNetworkReply::finished).wait(60000);
+    ZVXDevReply result;
+    result.error = reply->error();
+    result.status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    result.body = reply->readAll();
+    result.contentType = reply->header(QNetworkRequest::ContentTypeHeader).toByteArray();
+    reply->deleteLater();
+    return result;
+}
+
+ZVXDevReply ZVXDevClient::get(const QString &path)
+{
+    return wait(m_manager.get(request(path)));
+}
+
+ZVXDevReply ZVXDevClient::post(const QString &path, const QByteArray &body,
+                               const QByteArray &contentType)
+{
+    QNetworkRequest req = request(path);
+    req.setHeader(QNetworkRequest::ContentTypeHeader, contentType);
+    return wait(m_manager.post(req, body));
+}
+
+ZVXDevReply ZVXDevClient::postJSON(const QString &path, const QVariantMap &object)
+{
+    return post(path, *ZVXJSON::serialize(object));
+}
+
+QByteArray ZVXDevClient::multipartBody(const QVariantMap &message, const QList<File> &files)
+{
+    const QByteArray boundary = Boundary;
+    QByteArray body = "--" + boundary
+        + "\r\nContent-Disposition: form-data; name=\"message\"\r\nContent-Type: "
+          "application/json\r\nContent-Transfer-Encoding: binary\r\n\r\n"
+        + *ZVXJSON::serialize(message);
+    for (const File &file : files) {
+        body += "\r\n--" + boundary + "\r\nContent-Disposition: form-data; name=\""
+            + file.uuid.toUtf8() + "\"; filename=\"" + file.uuid.toUtf8() + "\"\r\nContent-Type: "
+            + file.contentType + "\r\nContent-Transfer-Encoding: binary\r\n\r\n" + file.bytes;
+    }
+    return body + "\r\n--" + boundary + "--";
+}
+
+ZVXDevReply ZVXDevClient::send(const QVariantMap &message, const QList<File> &files)
+{
+    return post(QStringLiteral("/api/1.0/messages"), multipartBody(message, files),
+                QByteArray("multipart/form-data; boundary=") + Boundary);
+}
+
+ZVXDevReply ZVXDevClient::agentReply(qint64 id, const QString &text)
+{
+    const QByteArray body
+        = QByteArray("--B\r\nContent-Disposition: form-data; name=\"text\"\r\n\r\n") + text.toUtf8()
+        + "\r\n--B--\r\n";
+    return post(QStringLiteral("/console/api/conversations/%1/messages").arg(id), body,
+                "multipart/form-data; boundary=B");
+}
+
+QString ZVXDevSign(const QVariantMap &claims, const QByteArray &secret, const QString &algorithm)
+{
+    auto jwt = ZVXJWT::initWithPayload(claims);
+    jwt->setHeader({{QStringLiteral("alg"), algorithm}});
+    return jwt->signedTokenWithSecret(secret).value_or(QString());
+}
+
+ZVXDevCurl ZVXDevRunCurl(const ZVXDevServerProcess &server, const QStringList &arguments)
+{
+    QProcess curl;
+    curl.start(
+        QStringLiteral("curl"),
+        QStringList{QStringLiteral("--silent"), QStringLiteral("--cacert"), server.authorityPath()}
+            + arguments);
+    ZVXDevCurl result;
+    if (!curl.waitForFinished(60000))
+        return result;
+    result.exitCode = curl.exitStatus() == QProcess::NormalExit ? curl.exitCode() : -1;
+    result.output = curl.readAllStandardOutput();
+    return result;
+}

@@ -2,6 +2,7 @@
 
 #include "ZVXClock.h"
 #include "ZVXDevConversations.h"
+#include "ZVXDevLog.h"
 #include "ZVXModelValues.h"
 
 #include <QDateTime>
@@ -45,5 +46,10 @@ void ZVXDevBot::answer(const ZVXDevMessageRecord &message)
     reply.text = replyTo(message);
     reply.userName = m_agentName;
     reply.dateMs = QDateTime::currentMSecsSinceEpoch();
-    m_conversations.post(reply, {});
+    // This runs on the main thread, where nothing else would catch a failure to store it.
+    try {
+        m_conversations.post(reply, {});
+    } catch (const std::exception &e) {
+        ZVXDevLog::line(QStringLiteral("the bot could not answer: %1").arg(QString::fromUtf8(e.what())));
+    }
 }

@@ -48,7 +48,8 @@ ZVXDevFiles::ZVXDevFiles(const QString &directory)
 
 bool ZVXDevFiles::prepare(QString *error)
 {
-    if (!QDir().mkpath(m_directory + QStringLiteral("/previews"))
+    if (!QDir().mkpath(m_directory + QStringLiteral("/data"))
+        || !QDir().mkpath(m_directory + QStringLiteral("/previews"))
         || !QDir().mkpath(m_directory + QStringLiteral("/staging"))) {
         *error = QStringLiteral("cannot create %1").arg(m_directory);
         return false;
@@ -62,7 +63,7 @@ bool ZVXDevFiles::prepare(QString *error)
 
 QString ZVXDevFiles::dataPath(const QString &uuid) const
 {
-    return m_directory + QLatin1Char('/') + uuid;
+    return m_directory + QStringLiteral("/data/") + uuid;
 }
 
 QString ZVXDevFiles::previewPath(const QString &uuid) const

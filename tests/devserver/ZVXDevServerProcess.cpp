@@ -6,6 +6,8 @@
 #include <QDeadlineTimer>
 #include <QSignalSpy>
 
+using namespace Qt::StringLiterals;
+
 ZVXDevServerProcess::ZVXDevServerProcess()
 {
     // Its log goes to the test's output, where a failure shows it.
@@ -22,19 +24,17 @@ bool ZVXDevServerProcess::start(const QStringList &arguments)
     m_arguments = arguments;
     m_origin.clear();
     m_process.start(QStringLiteral(ZUVERO_DEVSERVER),
-                    QStringList{QStringLiteral("--data"), m_data.path(), QStringLiteral("--port"),
-                                QStringLiteral("0")}
-                        + arguments);
+                    QStringList{u"--data"_s, m_data.path(), u"--port"_s, u"0"_s} + arguments);
     const QDeadlineTimer deadline(30000);
     while (m_origin.isEmpty() && !deadline.hasExpired()) {
         if (!m_process.canReadLine() && !m_process.waitForReadyRead(int(deadline.remainingTime())))
             break;
         while (m_process.canReadLine()) {
             const QString line = QString::fromUtf8(m_process.readLine()).trimmed();
-            const QString prefix = QStringLiteral("zuvero-devserver: ");
-            if (line.startsWith(prefix + QStringLiteral("certificate authority: ")))
-                m_authorityPath = line.section(QStringLiteral(": "), 2);
-            else if (line.startsWith(prefix + QStringLiteral("listening on ")))
+            const QString prefix = u"zuvero-devserver: "_s;
+            if (line.startsWith(prefix + u"certificate authority: "_s))
+                m_authorityPath = line.section(u": "_s, 2);
+            else if (line.startsWith(prefix + u"listening on "_s))
                 m_origin = line.section(QLatin1Char(' '), 3);
         }
     }
@@ -127,8 +127,19 @@ QByteArray ZVXDevClient::multipartBody(const QVariantMap &message, const QList<F
 
 ZVXDevReply ZVXDevClient::send(const QVariantMap &message, const QList<File> &files)
 {
-    return post(QStringLiteral("/api/1.0/messages"), multipartBody(message, files),
+    return post(u"/api/1.0/messages"_s, multipartBody(message, files),
                 QByteArray("multipart/form-data; boundary=") + Boundary);
+}
+
+qint64 ZVXDevClient::conversationId(const QString &key, const QString &value)
+{
+    const QVariantList all
+        = get(u"/console/api/conversations"_s).json().value(u"conversations"_s).toList();
+    for (const QVariant &conversation : all) {
+        if (conversation.toMap().value(key) == value)
+            return conversation.toMap().value(u"id"_s).toLongLong();
+    }
+    return 0;
 }
 
 ZVXDevReply ZVXDevClient::agentReply(qint64 id, const QString &text)
@@ -136,24 +147,22 @@ ZVXDevReply ZVXDevClient::agentReply(qint64 id, const QString &text)
     const QByteArray body
         = QByteArray("--B\r\nContent-Disposition: form-data; name=\"text\"\r\n\r\n") + text.toUtf8()
         + "\r\n--B--\r\n";
-    return post(QStringLiteral("/console/api/conversations/%1/messages").arg(id), body,
+    return post(u"/console/api/conversations/%1/messages"_s.arg(id), body,
                 "multipart/form-data; boundary=B");
 }
 
 QString ZVXDevSign(const QVariantMap &claims, const QByteArray &secret, const QString &algorithm)
 {
     auto jwt = ZVXJWT::initWithPayload(claims);
-    jwt->setHeader({{QStringLiteral("alg"), algorithm}});
+    jwt->setHeader({{u"alg"_s, algorithm}});
     return jwt->signedTokenWithSecret(secret).value_or(QString());
 }
 
 ZVXDevCurl ZVXDevRunCurl(const ZVXDevServerProcess &server, const QStringList &arguments)
 {
     QProcess curl;
-    curl.start(
-        QStringLiteral("curl"),
-        QStringList{QStringLiteral("--silent"), QStringLiteral("--cacert"), server.authorityPath()}
-            + arguments);
+    curl.start(u"curl"_s,
+               QStringList{u"--silent"_s, u"--cacert"_s, server.authorityPath()} + arguments);
     ZVXDevCurl result;
     if (!curl.waitForFinished(60000))
         return result;

@@ -76,6 +76,8 @@ public:
     static QByteArray multipartBody(const QVariantMap &message, const QList<File> &files);
     static constexpr const char *Boundary = "ZVXMultipart83c4lq15a4Snje4na2h5kqt8lqr97sp219";
 
+    //! The console's id of the conversation whose \a key ("userId", "installationId") is \a value.
+    qint64 conversationId(const QString &key, const QString &value);
     //! An agent's reply from the console to the conversation \a id.
     ZVXDevReply agentReply(qint64 id, const QString &text);
 

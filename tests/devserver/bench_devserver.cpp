@@ -8,21 +8,22 @@
 
 #include <algorithm>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
-const QString Token
-    = ZVXDevSign({{QStringLiteral("installationId"), QStringLiteral("bench")}}, "any");
+const QString Token = ZVXDevSign({{u"installationId"_s, u"bench"_s}}, "any");
 
 // Median milliseconds of \a count requests one after another on one connection.
 double medianLatency(const ZVXDevServerProcess &server, int count)
 {
     ZVXDevClient client(server, Token);
-    client.get(QStringLiteral("/api/1.0/status")); // the connection and its handshake
+    client.get(u"/api/1.0/status"_s); // the connection and its handshake
     QList<double> times;
     for (int i = 0; i < count; ++i) {
         QElapsedTimer timer;
         timer.start();
-        const ZVXDevReply reply = client.get(QStringLiteral("/api/1.0/messages?limit=50"));
+        const ZVXDevReply reply = client.get(u"/api/1.0/messages?limit=50"_s);
         times.append(double(timer.nsecsElapsed()) / 1e6);
         if (reply.status != 200)
             return -1;
@@ -36,11 +37,11 @@ double medianLatency(const ZVXDevServerProcess &server, int count)
 double concurrentWait(const ZVXDevServerProcess &server, int clients)
 {
     ZVXDevClient admin(server, {});
-    admin.postJSON(QStringLiteral("/admin/faults"),
-                   {{QStringLiteral("path"), QStringLiteral("/api/1.0/status")},
-                    {QStringLiteral("kind"), QStringLiteral("delay")},
-                    {QStringLiteral("delayMs"), 200},
-                    {QStringLiteral("count"), clients}});
+    admin.postJSON(u"/admin/faults"_s,
+                   {{u"path"_s, u"/api/1.0/status"_s},
+                    {u"kind"_s, u"delay"_s},
+                    {u"delayMs"_s, 200},
+                    {u"count"_s, clients}});
     // One manager each, so that Qt's limit of connections per host plays no part.
     std::vector<std::unique_ptr<ZVXDevClient>> all;
     for (int i = 0; i < clients; ++i)
@@ -49,7 +50,7 @@ double concurrentWait(const ZVXDevServerProcess &server, int clients)
     timer.start();
     QList<QNetworkReply *> replies;
     for (const auto &client : all)
-        replies.append(client->manager().get(client->request(QStringLiteral("/api/1.0/status"))));
+        replies.append(client->manager().get(client->request(u"/api/1.0/status"_s)));
     for (QNetworkReply *reply : replies) {
         if (ZVXDevClient::wait(reply).status != 200)
             return -1;
@@ -71,8 +72,8 @@ private Q_SLOTS:
 void BenchDevServer::noDelaySockets()
 {
     ZVXDevServerProcess nagle, noDelay;
-    QVERIFY(nagle.start({QStringLiteral("--open"), QStringLiteral("--no-tcp-nodelay")}));
-    QVERIFY(noDelay.start({QStringLiteral("--open")}));
+    QVERIFY(nagle.start({u"--open"_s, u"--no-tcp-nodelay"_s}));
+    QVERIFY(noDelay.start({u"--open"_s}));
     const double baseline = medianLatency(nagle, 30);
     const double measured = medianLatency(noDelay, 30);
     QVERIFY(baseline > 0 && measured > 0);
@@ -84,7 +85,7 @@ void BenchDevServer::noDelaySockets()
 void BenchDevServer::clientsDoNotWaitForEachOther()
 {
     ZVXDevServerProcess server;
-    QVERIFY(server.start({QStringLiteral("--open"), QStringLiteral("--admin")}));
+    QVERIFY(server.start({u"--open"_s, u"--admin"_s}));
     const double one = concurrentWait(server, 1);
     const double many = concurrentWait(server, 16);
     QVERIFY(one > 0 && many > 0);

@@ -1,4 +1,5 @@
 #include "ZVXDevServerProcess.h"
+#include "ZuveroChatMessage.h"
 #include "ZuveroData.h"
 
 #include <QBuffer>
@@ -6,6 +7,8 @@
 #include <QTemporaryFile>
 #include <QTest>
 #include <QUuid>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -33,6 +36,7 @@ class TestDevServerAPI : public QObject
 
 private Q_SLOTS:
     void initTestCase();
+    void cleanupTestCase() { QVERIFY2(m_server.stop(), "the server ends cleanly"); }
     void conversationRoundTrip();
     void pagesByDate();
     void tokensAreChecked_data();
@@ -47,7 +51,6 @@ private Q_SLOTS:
 private:
     QVariantMap claims(const QString &installationId, const QString &userId = {}) const;
     std::unique_ptr<ZVXDevClient> newUser(const QString &userId = {});
-    qint64 conversationId(ZVXDevClient &client, const QString &installationId);
 
     QByteArray m_secret = ZuveroRandomDataWithLength(32);
     QString m_apiKey = *ZuveroHexStringFromData(ZuveroSHA256(m_secret));
@@ -57,19 +60,17 @@ private:
 
 void TestDevServerAPI::initTestCase()
 {
-    QVERIFY(m_server.start({QStringLiteral("--api-secret"), QString::fromLatin1(m_secret.toHex()),
-                            QStringLiteral("--max-upload-mb"), QStringLiteral("1"),
-                            QStringLiteral("--welcome-message"), QStringLiteral("Hi there!"),
-                            QStringLiteral("--polling-interval"), QStringLiteral("7.5")}));
+    QVERIFY(m_server.start({u"--api-secret"_s, QString::fromLatin1(m_secret.toHex()),
+                            u"--max-upload-mb"_s, u"1"_s, u"--welcome-message"_s, u"Hi there!"_s,
+                            u"--polling-interval"_s, u"7.5"_s}));
 }
 
 QVariantMap TestDevServerAPI::claims(const QString &installationId, const QString &userId) const
 {
-    QVariantMap claims{{QStringLiteral("apiKey"), m_apiKey},
-                       {QStringLiteral("installationId"), installationId},
-                       {QStringLiteral("userName"), QStringLiteral("Zoë")}};
+    QVariantMap claims{
+        {u"apiKey"_s, m_apiKey}, {u"installationId"_s, installationId}, {u"userName"_s, u"Zoë"_s}};
     if (!userId.isEmpty())
-        claims.insert(QStringLiteral("userId"), userId);
+        claims.insert(u"userId"_s, userId);
     return claims;
 }
 
@@ -80,132 +81,93 @@ std::unique_ptr<ZVXDevClient> TestDevServerAPI::newUser(const QString &userId)
                                           ZVXDevSign(claims(m_lastInstallation, userId), m_secret));
 }
 
-qint64 TestDevServerAPI::conversationId(ZVXDevClient &client, const QString &installationId)
-{
-    const QVariantList list = client.get(QStringLiteral("/console/api/conversations"))
-                                  .json()
-                                  .value(QStringLiteral("conversations"))
-                                  .toList();
-    for (const QVariant &entry : list) {
-        if (entry.toMap().value(QStringLiteral("installationId")) == installationId)
-            return entry.toMap().value(QStringLiteral("id")).toLongLong();
-    }
-    return 0;
-}
-
 void TestDevServerAPI::conversationRoundTrip()
 {
-    auto user = newUser(QStringLiteral("user-42"));
+    auto user = newUser(u"user-42"_s);
     const QString installation = m_lastInstallation;
 
-    ZVXDevReply reply = user->postJSON(
-        QStringLiteral("/api/1.0/register"),
-        {{QStringLiteral("deviceToken"), QStringLiteral("0a1b2c3d")},
-         {QStringLiteral("apns"), QStringLiteral("development")},
-         {QStringLiteral("appId"), QStringLiteral("org.example.Host")},
-         {QStringLiteral("appVersion"), QStringLiteral("17")},
-         {QStringLiteral("deviceInfo"), QStringLiteral("Desktop (Desktop); Linux 6.1")}});
+    ZVXDevReply reply = user->postJSON(u"/api/1.0/register"_s,
+                                       {{u"deviceToken"_s, u"0a1b2c3d"_s},
+                                        {u"apns"_s, u"development"_s},
+                                        {u"appId"_s, u"org.example.Host"_s},
+                                        {u"appVersion"_s, u"17"_s},
+                                        {u"deviceInfo"_s, u"Desktop (Desktop); Linux 6.1"_s}});
     QCOMPARE(reply.status, 200);
     QVariantMap json = reply.json();
-    QCOMPARE(json.value(QStringLiteral("unreadCount")), QVariant(0));
-    QCOMPARE(json.value(QStringLiteral("pollingInterval")).toDouble(), 7.5);
-    QCOMPARE(
-        json.value(QStringLiteral("sourceInfo")).toMap().value(QStringLiteral("welcomeMessage")),
-        QVariant(QStringLiteral("Hi there!")));
+    QCOMPARE(json.value(u"unreadCount"_s), QVariant(0));
+    QCOMPARE(json.value(u"pollingInterval"_s).toDouble(), 7.5);
+    QCOMPARE(json.value(u"sourceInfo"_s).toMap().value(u"welcomeMessage"_s),
+             QVariant(u"Hi there!"_s));
 
     // One message with two files, in the library's exact multipart form.
     const QByteArray png = pngOf(1000, 500);
     const QByteArray notes = "Printer model: LX-100\n";
     const QString uuid = newUUID(), picture = newUUID(), document = newUUID();
-    reply
-        = user->send({{QStringLiteral("uuid"), uuid},
-                      {QStringLiteral("sender"), QStringLiteral("user")},
-                      {QStringLiteral("text"), QStringLiteral("It smokes ☹")},
-                      {QStringLiteral("location"),
-                       QVariantMap{{QStringLiteral("lat"), 48.85}, {QStringLiteral("lng"), 2.35}}},
-                      {QStringLiteral("context"), QVariantMap{{QStringLiteral("screen"), 3}}},
-                      {QStringLiteral("attachments"),
-                       QVariantList{QVariantMap{{QStringLiteral("uuid"), picture}},
-                                    QVariantMap{{QStringLiteral("uuid"), document}}}}},
-                     {{picture, "image/png", png}, {document, "text/plain", notes}});
+    reply = user->send(
+        {{u"uuid"_s, uuid},
+         {u"sender"_s, u"user"_s},
+         {u"text"_s, u"It smokes ☹"_s},
+         {u"location"_s, QVariantMap{{u"lat"_s, 48.85}, {u"lng"_s, 2.35}}},
+         {u"context"_s, QVariantMap{{u"screen"_s, 3}}},
+         {u"attachments"_s,
+          QVariantList{QVariantMap{{u"uuid"_s, picture}}, QVariantMap{{u"uuid"_s, document}}}}},
+        {{picture, "image/png", png}, {document, "text/plain", notes}});
     QCOMPARE(reply.status, 200);
-    QCOMPARE(reply.json().value(QStringLiteral("unreadCount")), QVariant(0));
+    QCOMPARE(reply.json().value(u"unreadCount"_s), QVariant(0));
 
-    reply = user->get(QStringLiteral("/api/1.0/messages?"));
-    QCOMPARE(reply.status, 200);
-    json = reply.json();
-    QCOMPARE(json.value(QStringLiteral("moreMessages")), QVariant(false));
-    const QVariantList messages = json.value(QStringLiteral("messages")).toList();
+    // The listing, read by the library's own parser.
+    json = user->get(u"/api/1.0/messages?"_s).json();
+    QCOMPARE(json.value(u"moreMessages"_s), QVariant(false));
+    const QVariantList messages = json.value(u"messages"_s).toList();
     QCOMPARE(messages.size(), 1);
-    const QVariantMap message = messages.first().toMap();
-    QCOMPARE(message.value(QStringLiteral("uuid")).toString(), uuid);
-    QCOMPARE(message.value(QStringLiteral("sender")).toString(), QStringLiteral("user"));
-    QCOMPARE(message.value(QStringLiteral("text")).toString(), QStringLiteral("It smokes ☹"));
-    QCOMPARE(message.value(QStringLiteral("userName")).toString(), QStringLiteral("Zoë"));
-    QCOMPARE(message.value(QStringLiteral("location")).toMap().value(QStringLiteral("lat")),
-             QVariant(48.85));
-    QVERIFY(qAbs(message.value(QStringLiteral("date")).toLongLong()
-                 - QDateTime::currentSecsSinceEpoch())
-            < 60);
-    QVERIFY2(!message.contains(QStringLiteral("context")), "the context is for agents only");
+    QVERIFY2(!messages.first().toMap().contains(u"context"_s), "the context is for agents only");
+    const ZuveroChatMessagePtr message = ZuveroChatMessage::initWithPropertyList(messages.first());
+    QVERIFY(message);
+    QCOMPARE(message->uuid(), uuid);
+    QVERIFY(message->isUserMessage());
+    QCOMPARE(message->text(), u"It smokes ☹"_s);
+    QCOMPARE(message->userName(), u"Zoë"_s);
+    QCOMPARE(message->locationDictionary()->value(u"lat"_s), QVariant(48.85));
+    QVERIFY(qAbs(message->date().secsTo(QDateTime::currentDateTimeUtc())) < 60);
+    QCOMPARE(message->attachments()->size(), 2);
+    const ZuveroChatAttachmentPtr image = message->attachments()->at(0);
+    const ZuveroChatAttachmentPtr text = message->attachments()->at(1);
+    QCOMPARE(image->uuid(), picture);
+    QCOMPARE(image->contentType(), u"image/png"_s);
+    QCOMPARE(image->length(), quint64(png.size()));
+    QCOMPARE(image->imageSize(), QSizeF(1000, 500));
+    QCOMPARE(text->contentType(), u"text/plain"_s);
+    QVERIFY2(text->previewURL().isEmpty(), "only pictures have previews");
 
-    const QVariantList attachments = message.value(QStringLiteral("attachments")).toList();
-    QCOMPARE(attachments.size(), 2);
-    const QVariantMap image = attachments.at(0).toMap(), text = attachments.at(1).toMap();
-    QCOMPARE(image.value(QStringLiteral("uuid")).toString(), picture);
-    QCOMPARE(image.value(QStringLiteral("contentType")).toString(), QStringLiteral("image/png"));
-    QCOMPARE(image.value(QStringLiteral("length")).toLongLong(), png.size());
-    QCOMPARE(image.value(QStringLiteral("imageSize")), QVariant(QVariantList{1000.0, 500.0}));
-    QCOMPARE(text.value(QStringLiteral("contentType")).toString(), QStringLiteral("text/plain"));
-    QVERIFY2(!text.contains(QStringLiteral("previewURL")), "only pictures have previews");
-
-    // Files come back from absolute https URLs, with the token in the query.
-    const QString dataURL = image.value(QStringLiteral("dataURL")).toString();
-    QCOMPARE(dataURL, m_server.origin() + QStringLiteral("/api/1.0/files/") + picture);
+    // Files come from absolute https URLs, with the token in the query.
+    const QString dataURL = image->dataURL().toString();
+    QCOMPARE(dataURL, m_server.origin() + u"/api/1.0/files/"_s + picture);
     ZVXDevClient files(m_server, {});
-    QCOMPARE(files.get(dataURL + QStringLiteral("?jwt=") + user->token).body, png);
-    QCOMPARE(files
-                 .get(text.value(QStringLiteral("dataURL")).toString() + QStringLiteral("?a=1&jwt=")
-                      + user->token)
-                 .body,
-             notes);
+    QCOMPARE(files.get(dataURL + u"?jwt="_s + user->token).body, png);
+    QCOMPARE(files.get(text->dataURL().toString() + u"?a=1&jwt="_s + user->token).body, notes);
     QCOMPARE(files.get(dataURL).status, 401);
-    const QImage preview
-        = QImage::fromData(files
-                               .get(image.value(QStringLiteral("previewURL")).toString()
-                                    + QStringLiteral("?jwt=") + user->token)
-                               .body);
-    QCOMPARE(preview.size(), QSize(480, 240));
+    const QString previewURL = image->previewURL().toString() + u"?jwt="_s + user->token;
+    QCOMPARE(QImage::fromData(files.get(previewURL).body).size(), QSize(480, 240));
     // Another user cannot fetch them.
-    auto stranger = newUser();
-    QCOMPARE(files.get(dataURL + QStringLiteral("?jwt=") + stranger->token).status, 404);
+    QCOMPARE(files.get(dataURL + u"?jwt="_s + newUser()->token).status, 404);
 
     // Two agent replies: unread until the user marks them read.
-    const qint64 id = conversationId(*user, installation);
+    const qint64 id = user->conversationId(u"installationId"_s, installation);
     QVERIFY(id > 0);
-    QCOMPARE(user->agentReply(id, QStringLiteral("On it.")).status, 200);
-    QCOMPARE(user->agentReply(id, QStringLiteral("Unplug it, please.")).status, 200);
-    QCOMPARE(
-        user->get(QStringLiteral("/api/1.0/status")).json().value(QStringLiteral("unreadCount")),
-        QVariant(2));
-    const QVariantList all = user->get(QStringLiteral("/api/1.0/messages"))
-                                 .json()
-                                 .value(QStringLiteral("messages"))
-                                 .toList();
+    QCOMPARE(user->agentReply(id, u"On it."_s).status, 200);
+    QCOMPARE(user->agentReply(id, u"Unplug it, please."_s).status, 200);
+    QCOMPARE(user->get(u"/api/1.0/status"_s).json().value(u"unreadCount"_s), QVariant(2));
+    const QVariantList all = user->get(u"/api/1.0/messages"_s).json().value(u"messages"_s).toList();
     QCOMPARE(all.size(), 3);
-    QCOMPARE(all.at(1).toMap().value(QStringLiteral("sender")).toString(), QStringLiteral("agent"));
-    QCOMPARE(all.at(1).toMap().value(QStringLiteral("userName")).toString(),
-             QStringLiteral("Support"));
+    QCOMPARE(all.at(1).toMap().value(u"sender"_s).toString(), u"agent"_s);
+    QCOMPARE(all.at(1).toMap().value(u"userName"_s).toString(), u"Support"_s);
     reply = user->postJSON(
-        QStringLiteral("/api/1.0/mark_messages"),
-        {{QStringLiteral("readMessageUUIDs"),
-          QVariantList{all.at(1).toMap().value(QStringLiteral("uuid")), uuid}},
-         {QStringLiteral("lastReadMessageDate"), all.at(1).toMap().value(QStringLiteral("date"))}});
+        u"/api/1.0/mark_messages"_s,
+        {{u"readMessageUUIDs"_s, QVariantList{all.at(1).toMap().value(u"uuid"_s), uuid}},
+         {u"lastReadMessageDate"_s, all.at(1).toMap().value(u"date"_s)}});
     QCOMPARE(reply.status, 200);
-    QCOMPARE(reply.json().value(QStringLiteral("unreadCount")), QVariant(1));
-    QCOMPARE(
-        user->get(QStringLiteral("/api/1.0/status")).json().value(QStringLiteral("unreadCount")),
-        QVariant(1));
+    QCOMPARE(reply.json().value(u"unreadCount"_s), QVariant(1));
+    QCOMPARE(user->get(u"/api/1.0/status"_s).json().value(u"unreadCount"_s), QVariant(1));
 }
 
 void TestDevServerAPI::pagesByDate()
@@ -214,48 +176,48 @@ void TestDevServerAPI::pagesByDate()
     QStringList sent;
     for (int i = 0; i < 6; ++i) {
         sent.append(newUUID());
-        QCOMPARE(user->send({{QStringLiteral("uuid"), sent.last()},
-                             {QStringLiteral("sender"), QStringLiteral("user")},
-                             {QStringLiteral("text"), QString::number(i)}})
+        QCOMPARE(user->send({{u"uuid"_s, sent.last()},
+                             {u"sender"_s, u"user"_s},
+                             {u"text"_s, QString::number(i)}})
                      .status,
                  200);
     }
     const auto page = [&](const QString &query) {
-        const QVariantMap json = user->get(QStringLiteral("/api/1.0/messages?") + query).json();
+        const QVariantMap json = user->get(u"/api/1.0/messages?"_s + query).json();
         QStringList uuids;
         QList<qint64> dates;
-        for (const QVariant &message : json.value(QStringLiteral("messages")).toList()) {
-            uuids.append(message.toMap().value(QStringLiteral("uuid")).toString());
-            dates.append(message.toMap().value(QStringLiteral("date")).toLongLong());
+        for (const QVariant &message : json.value(u"messages"_s).toList()) {
+            uuids.append(message.toMap().value(u"uuid"_s).toString());
+            dates.append(message.toMap().value(u"date"_s).toLongLong());
         }
-        return std::make_tuple(uuids, dates, json.value(QStringLiteral("moreMessages")).toBool());
+        return std::make_tuple(uuids, dates, json.value(u"moreMessages"_s).toBool());
     };
 
     // No date: the newest page, oldest first, and whether older ones exist.
     const auto [all, dates, allMore] = page(QString());
     QCOMPARE(all, sent);
     QVERIFY(!allMore);
-    QCOMPARE(page(QStringLiteral("limit=2")), std::make_tuple(sent.mid(4), dates.mid(4), true));
-    QCOMPARE(page(QStringLiteral("limit=6&")), std::make_tuple(sent, dates, false));
+    QCOMPARE(page(u"limit=2"_s), std::make_tuple(sent.mid(4), dates.mid(4), true));
+    QCOMPARE(page(u"limit=6&"_s), std::make_tuple(sent, dates, false));
 
     // The dates are the server's clock: check the windows against the dates it gave.
     const qint64 first = dates.first(), last = dates.last();
     for (const qint64 date : {first, last}) {
-        const auto [since, sinceDates, sinceMore] = page(QStringLiteral("since=%1&").arg(date));
+        const auto [since, sinceDates, sinceMore] = page(u"since=%1&"_s.arg(date));
         QCOMPARE(sinceDates, QList<qint64>(dates.begin() + dates.indexOf(date), dates.end()));
         QCOMPARE(sinceMore, date > first);
-        const auto [until, untilDates, untilMore] = page(QStringLiteral("until=%1&").arg(date));
+        const auto [until, untilDates, untilMore] = page(u"until=%1&"_s.arg(date));
         QCOMPARE(untilDates,
                  QList<qint64>(dates.begin(), dates.begin() + dates.lastIndexOf(date) + 1));
         QVERIFY(!untilMore);
     }
     // "since" pages forward from its date: a client catching up walks through in order.
-    QCOMPARE(std::get<0>(page(QStringLiteral("since=%1&limit=2").arg(first))), sent.mid(0, 2));
-    QCOMPARE(std::get<0>(page(QStringLiteral("until=%1&limit=2").arg(last))), sent.mid(4));
-    const auto [after, afterDates, afterMore] = page(QStringLiteral("since=%1&").arg(last + 1));
+    QCOMPARE(std::get<0>(page(u"since=%1&limit=2"_s.arg(first))), sent.mid(0, 2));
+    QCOMPARE(std::get<0>(page(u"until=%1&limit=2"_s.arg(last))), sent.mid(4));
+    const auto [after, afterDates, afterMore] = page(u"since=%1&"_s.arg(last + 1));
     QVERIFY(after.isEmpty());
     QVERIFY(afterMore);
-    QVERIFY(std::get<0>(page(QStringLiteral("until=%1&").arg(first - 1))).isEmpty());
+    QVERIFY(std::get<0>(page(u"until=%1&"_s.arg(first - 1))).isEmpty());
 }
 
 void TestDevServerAPI::tokensAreChecked_data()
@@ -264,23 +226,22 @@ void TestDevServerAPI::tokensAreChecked_data()
     QTest::addColumn<int>("status");
     const QString installation = newUUID().toUpper();
     QVariantMap wrongKey = claims(installation);
-    wrongKey.insert(QStringLiteral("apiKey"), QStringLiteral("0123"));
+    wrongKey.insert(u"apiKey"_s, u"0123"_s);
     QVariantMap anonymous = claims(installation);
-    anonymous.remove(QStringLiteral("installationId"));
+    anonymous.remove(u"installationId"_s);
     const QString good = ZVXDevSign(claims(installation), m_secret);
 
     QTest::newRow("HS256") << good << 200;
-    QTest::newRow("HS512") << ZVXDevSign(claims(installation), m_secret, QStringLiteral("HS512"))
-                           << 200;
-    QTest::newRow("user id only") << ZVXDevSign(
-        {{QStringLiteral("apiKey"), m_apiKey}, {QStringLiteral("userId"), QStringLiteral("u")}},
-        m_secret) << 200;
+    QTest::newRow("HS512") << ZVXDevSign(claims(installation), m_secret, u"HS512"_s) << 200;
+    QTest::newRow("user id only") << ZVXDevSign({{u"apiKey"_s, m_apiKey}, {u"userId"_s, u"u"_s}},
+                                                m_secret)
+                                  << 200;
     QTest::newRow("missing") << QString() << 401;
-    QTest::newRow("garbage") << QStringLiteral("not.a.token") << 401;
+    QTest::newRow("garbage") << u"not.a.token"_s << 401;
     QTest::newRow("other secret") << ZVXDevSign(claims(installation), "other secret") << 401;
-    QTest::newRow("changed signature") << good.left(good.size() - 2)
-            + (good.endsWith(QLatin1String("AA")) ? QStringLiteral("BB") : QStringLiteral("AA"))
-                                       << 401;
+    QTest::newRow("changed signature")
+        << good.left(good.size() - 2) + (good.endsWith(QLatin1String("AA")) ? u"BB"_s : u"AA"_s)
+        << 401;
     QTest::newRow("other API key") << ZVXDevSign(wrongKey, m_secret) << 401;
     QTest::newRow("nobody") << ZVXDevSign(anonymous, m_secret) << 401;
     const QString unsigned_ = QString::fromLatin1(
@@ -298,47 +259,38 @@ void TestDevServerAPI::tokensAreChecked()
     QFETCH(int, status);
     ZVXDevClient client(m_server, token);
     for (const ZVXDevReply &reply :
-         {client.get(QStringLiteral("/api/1.0/status")),
-          client.postJSON(QStringLiteral("/api/1.0/register"), {}),
-          client.get(QStringLiteral("/api/1.0/messages?limit=1")),
-          client.postJSON(QStringLiteral("/api/1.0/mark_messages"),
-                          {{QStringLiteral("readMessageUUIDs"), QVariantList{}}})}) {
+         {client.get(u"/api/1.0/status"_s), client.postJSON(u"/api/1.0/register"_s, {}),
+          client.get(u"/api/1.0/messages?limit=1"_s),
+          client.postJSON(u"/api/1.0/mark_messages"_s,
+                          {{u"readMessageUUIDs"_s, QVariantList{}}})}) {
         QCOMPARE(reply.status, status);
         if (status == 401) {
             QVERIFY(reply.json()
-                        .value(QStringLiteral("error"))
+                        .value(u"error"_s)
                         .toString()
                         .startsWith(QLatin1String("unauthorized")));
-            QVERIFY(!reply.json().value(QStringLiteral("localizedError")).toString().isEmpty());
+            QVERIFY(!reply.json().value(u"localizedError"_s).toString().isEmpty());
         }
     }
 }
 
 void TestDevServerAPI::openAndKeyOnlyModes()
 {
-    const QVariantMap someone{{QStringLiteral("apiKey"), QStringLiteral("any key")},
-                              {QStringLiteral("installationId"), QStringLiteral("I-1")}};
+    const QVariantMap someone{{u"apiKey"_s, u"any key"_s}, {u"installationId"_s, u"I-1"_s}};
     ZVXDevServerProcess open;
-    QVERIFY(open.start({QStringLiteral("--open")}));
-    QCOMPARE(ZVXDevClient(open, ZVXDevSign(someone, "whatever"))
-                 .get(QStringLiteral("/api/1.0/status"))
-                 .status,
+    QVERIFY(open.start({u"--open"_s}));
+    QCOMPARE(ZVXDevClient(open, ZVXDevSign(someone, "whatever")).get(u"/api/1.0/status"_s).status,
              200);
-    QCOMPARE(
-        ZVXDevClient(open, QStringLiteral("a.b.c")).get(QStringLiteral("/api/1.0/status")).status,
-        401);
+    QCOMPARE(ZVXDevClient(open, u"a.b.c"_s).get(u"/api/1.0/status"_s).status, 401);
 
     ZVXDevServerProcess keyOnly;
-    QVERIFY(keyOnly.start({QStringLiteral("--api-key"), QStringLiteral("any key")}));
-    QCOMPARE(ZVXDevClient(keyOnly, ZVXDevSign(someone, "whatever"))
-                 .get(QStringLiteral("/api/1.0/status"))
-                 .status,
-             200);
+    QVERIFY(keyOnly.start({u"--api-key"_s, u"any key"_s}));
+    QCOMPARE(
+        ZVXDevClient(keyOnly, ZVXDevSign(someone, "whatever")).get(u"/api/1.0/status"_s).status,
+        200);
     QVariantMap other = someone;
-    other.insert(QStringLiteral("apiKey"), QStringLiteral("another key"));
-    QCOMPARE(ZVXDevClient(keyOnly, ZVXDevSign(other, "whatever"))
-                 .get(QStringLiteral("/api/1.0/status"))
-                 .status,
+    other.insert(u"apiKey"_s, u"another key"_s);
+    QCOMPARE(ZVXDevClient(keyOnly, ZVXDevSign(other, "whatever")).get(u"/api/1.0/status"_s).status,
              401);
 
     // A server with nothing to check tokens against refuses to start.
@@ -350,41 +302,34 @@ void TestDevServerAPI::sendingIsIdempotent()
 {
     auto user = newUser();
     const QString uuid = newUUID(), file = newUUID();
-    const QVariantMap message{
-        {QStringLiteral("uuid"), uuid},
-        {QStringLiteral("sender"), QStringLiteral("user")},
-        {QStringLiteral("text"), QStringLiteral("once")},
-        {QStringLiteral("attachments"), QVariantList{QVariantMap{{QStringLiteral("uuid"), file}}}}};
+    const QVariantMap message{{u"uuid"_s, uuid},
+                              {u"sender"_s, u"user"_s},
+                              {u"text"_s, u"once"_s},
+                              {u"attachments"_s, QVariantList{QVariantMap{{u"uuid"_s, file}}}}};
     const QList<ZVXDevClient::File> files{{file, "application/pdf", "%PDF-1.4 ..."}};
     QCOMPARE(user->send(message, files).status, 200);
 
     // A retry, and several at once: all succeed, one message stays.
     QList<QNetworkReply *> replies;
     for (int i = 0; i < 5; ++i) {
-        QNetworkRequest request = user->request(QStringLiteral("/api/1.0/messages"));
+        QNetworkRequest request = user->request(u"/api/1.0/messages"_s);
         request.setHeader(QNetworkRequest::ContentTypeHeader,
                           QByteArray("multipart/form-data; boundary=") + ZVXDevClient::Boundary);
         replies.append(user->manager().post(request, ZVXDevClient::multipartBody(message, files)));
     }
     for (QNetworkReply *reply : replies)
         QCOMPARE(ZVXDevClient::wait(reply).status, 200);
-    const QVariantList messages = user->get(QStringLiteral("/api/1.0/messages"))
-                                      .json()
-                                      .value(QStringLiteral("messages"))
-                                      .toList();
+    const QVariantList messages
+        = user->get(u"/api/1.0/messages"_s).json().value(u"messages"_s).toList();
     QCOMPARE(messages.size(), 1);
-    QCOMPARE(messages.first().toMap().value(QStringLiteral("attachments")).toList().size(), 1);
+    QCOMPARE(messages.first().toMap().value(u"attachments"_s).toList().size(), 1);
 
     // The same uuid from someone else is a conflict, not a success.
     auto other = newUser();
     const ZVXDevReply conflict = other->send(message, files);
     QCOMPARE(conflict.status, 409);
-    QVERIFY(conflict.json().contains(QStringLiteral("error")));
-    QVERIFY(other->get(QStringLiteral("/api/1.0/messages"))
-                .json()
-                .value(QStringLiteral("messages"))
-                .toList()
-                .isEmpty());
+    QVERIFY(conflict.json().contains(u"error"_s));
+    QVERIFY(other->get(u"/api/1.0/messages"_s).json().value(u"messages"_s).toList().isEmpty());
 }
 
 void TestDevServerAPI::badInputIsRefused_data()
@@ -397,21 +342,18 @@ void TestDevServerAPI::badInputIsRefused_data()
         = QByteArray("multipart/form-data; boundary=") + ZVXDevClient::Boundary;
     const auto message
         = [](const QVariantMap &object) { return ZVXDevClient::multipartBody(object, {}); };
-    const QString messages = QStringLiteral("/api/1.0/messages");
-    QTest::newRow("register: not JSON")
-        << QStringLiteral("/api/1.0/register") << QByteArray("{\"appId\":")
-        << QByteArray("application/json") << 400;
+    const QString messages = u"/api/1.0/messages"_s;
+    QTest::newRow("register: not JSON") << u"/api/1.0/register"_s << QByteArray("{\"appId\":")
+                                        << QByteArray("application/json") << 400;
     QTest::newRow("register: not an object")
-        << QStringLiteral("/api/1.0/register") << QByteArray("[1]")
-        << QByteArray("application/json") << 400;
-    QTest::newRow("register: wrong type")
-        << QStringLiteral("/api/1.0/register") << QByteArray("{\"appId\":5}")
-        << QByteArray("application/json") << 400;
+        << u"/api/1.0/register"_s << QByteArray("[1]") << QByteArray("application/json") << 400;
+    QTest::newRow("register: wrong type") << u"/api/1.0/register"_s << QByteArray("{\"appId\":5}")
+                                          << QByteArray("application/json") << 400;
     QTest::newRow("register: token not hex")
-        << QStringLiteral("/api/1.0/register") << QByteArray("{\"deviceToken\":\"xyz\"}")
+        << u"/api/1.0/register"_s << QByteArray("{\"deviceToken\":\"xyz\"}")
         << QByteArray("application/json") << 400;
     QTest::newRow("mark: not a list")
-        << QStringLiteral("/api/1.0/mark_messages") << QByteArray("{\"readMessageUUIDs\":\"a\"}")
+        << u"/api/1.0/mark_messages"_s << QByteArray("{\"readMessageUUIDs\":\"a\"}")
         << QByteArray("application/json") << 400;
     QTest::newRow("send: JSON body")
         << messages << QByteArray("{}") << QByteArray("application/json") << 400;
@@ -422,30 +364,25 @@ void TestDevServerAPI::badInputIsRefused_data()
     QTest::newRow("send: malformed JSON")
         << messages << ZVXDevClient::multipartBody({}, {}).replace("{}", "{]") << multipart << 400;
     QTest::newRow("send: no uuid")
-        << messages << message({{QStringLiteral("text"), QStringLiteral("a")}}) << multipart << 400;
+        << messages << message({{u"text"_s, u"a"_s}}) << multipart << 400;
     QTest::newRow("send: uuid with a slash")
-        << messages << message({{QStringLiteral("uuid"), QStringLiteral("../x")}}) << multipart
-        << 400;
+        << messages << message({{u"uuid"_s, u"../x"_s}}) << multipart << 400;
     QTest::newRow("send: as an agent")
-        << messages
-        << message({{QStringLiteral("uuid"), QStringLiteral("m1")},
-                    {QStringLiteral("sender"), QStringLiteral("agent")}})
-        << multipart << 400;
+        << messages << message({{u"uuid"_s, u"m1"_s}, {u"sender"_s, u"agent"_s}}) << multipart
+        << 400;
     QTest::newRow("send: missing file part")
         << messages
-        << message({{QStringLiteral("uuid"), QStringLiteral("m2")},
-                    {QStringLiteral("attachments"),
-                     QVariantList{QVariantMap{{QStringLiteral("uuid"), QStringLiteral("f")}}}}})
+        << message({{u"uuid"_s, u"m2"_s},
+                    {u"attachments"_s, QVariantList{QVariantMap{{u"uuid"_s, u"f"_s}}}}})
         << multipart << 400;
     QTest::newRow("send: too large")
         << messages
         << ZVXDevClient::multipartBody(
-               {{QStringLiteral("uuid"), QStringLiteral("m3")},
-                {QStringLiteral("attachments"),
-                 QVariantList{QVariantMap{{QStringLiteral("uuid"), QStringLiteral("f")}}}}},
-               {{QStringLiteral("f"), "application/zip", QByteArray(1100 * 1024, 'z')}})
+               {{u"uuid"_s, u"m3"_s},
+                {u"attachments"_s, QVariantList{QVariantMap{{u"uuid"_s, u"f"_s}}}}},
+               {{u"f"_s, "application/zip", QByteArray(1100 * 1024, 'z')}})
         << multipart << 413;
-    QTest::newRow("no such call") << QStringLiteral("/api/1.0/nothing") << QByteArray("{}")
+    QTest::newRow("no such call") << u"/api/1.0/nothing"_s << QByteArray("{}")
                                   << QByteArray("application/json") << 404;
 }
 
@@ -458,28 +395,23 @@ void TestDevServerAPI::badInputIsRefused()
     auto user = newUser();
     const ZVXDevReply reply = user->post(path, body, contentType);
     QCOMPARE(reply.status, status);
-    QVERIFY2(!reply.json().value(QStringLiteral("error")).toString().isEmpty(),
-             reply.body.constData());
+    QVERIFY2(!reply.json().value(u"error"_s).toString().isEmpty(), reply.body.constData());
     // Nothing was stored, and the server carries on.
-    const ZVXDevReply after = user->get(QStringLiteral("/api/1.0/messages"));
+    const ZVXDevReply after = user->get(u"/api/1.0/messages"_s);
     QCOMPARE(after.status, 200);
-    QVERIFY(after.json().value(QStringLiteral("messages")).toList().isEmpty());
+    QVERIFY(after.json().value(u"messages"_s).toList().isEmpty());
     for (const char *query : {"since=abc", "until=1e400", "limit=-1", "limit=ten"})
-        QCOMPARE(user->get(QStringLiteral("/api/1.0/messages?") + QLatin1String(query)).status,
-                 400);
+        QCOMPARE(user->get(u"/api/1.0/messages?"_s + QLatin1String(query)).status, 400);
 }
 
 void TestDevServerAPI::curlSpeaksToo()
 {
     auto user = newUser();
-    const QStringList token{QStringLiteral("--header"),
-                            QStringLiteral("X-ZVL-JWT: ") + user->token};
-    const QString api = m_server.origin() + QStringLiteral("/api/1.0");
-    ZVXDevCurl curl = ZVXDevRunCurl(m_server,
-                                    token
-                                        + QStringList{QStringLiteral("--json"),
-                                                      QStringLiteral("{\"appId\":\"curl\"}"),
-                                                      api + QStringLiteral("/register")});
+    const QStringList token{u"--header"_s, u"X-ZVL-JWT: "_s + user->token};
+    const QString api = m_server.origin() + u"/api/1.0"_s;
+    ZVXDevCurl curl = ZVXDevRunCurl(
+        m_server,
+        token + QStringList{u"--json"_s, u"{\"appId\":\"curl\"}"_s, api + u"/register"_s});
     QCOMPARE(curl.exitCode, 0);
     QVERIFY(curl.output.contains("\"unreadCount\":0"));
 
@@ -494,39 +426,33 @@ void TestDevServerAPI::curlSpeaksToo()
         m_server,
         token
             + QStringList{
-                QStringLiteral("--form"),
+                u"--form"_s,
                 QStringLiteral(
                     R"(message={"uuid":"curl-1","sender":"user","text":"from curl","attachments":[{"uuid":"curl-a","filename":"a.txt"},{"uuid":"curl-b"}]};type=application/json)"),
-                QStringLiteral("--form"),
-                QStringLiteral("curl-a=@%1;type=text/plain").arg(a.fileName()),
-                QStringLiteral("--form"),
-                QStringLiteral("curl-b=@%1;filename=b.txt;type=text/plain").arg(b.fileName()),
-                api + QStringLiteral("/messages")});
+                u"--form"_s, u"curl-a=@%1;type=text/plain"_s.arg(a.fileName()), u"--form"_s,
+                u"curl-b=@%1;filename=b.txt;type=text/plain"_s.arg(b.fileName()),
+                api + u"/messages"_s});
     QCOMPARE(curl.exitCode, 0);
-    curl = ZVXDevRunCurl(m_server,
-                         token + QStringList{api + QStringLiteral("/messages?since=0&limit=5&")});
+    curl = ZVXDevRunCurl(m_server, token + QStringList{api + u"/messages?since=0&limit=5&"_s});
     const QVariantList attachments = ZVXDevReply{QNetworkReply::NoError, 200, curl.output, {}}
                                          .json()
-                                         .value(QStringLiteral("messages"))
+                                         .value(u"messages"_s)
                                          .toList()
                                          .value(0)
                                          .toMap()
-                                         .value(QStringLiteral("attachments"))
+                                         .value(u"attachments"_s)
                                          .toList();
     QCOMPARE(attachments.size(), 2);
-    QCOMPARE(attachments.at(0).toMap().value(QStringLiteral("filename")).toString(),
-             QStringLiteral("a.txt"));
-    QCOMPARE(attachments.at(1).toMap().value(QStringLiteral("filename")).toString(),
-             QStringLiteral("b.txt"));
-    curl = ZVXDevRunCurl(m_server,
-                         {attachments.at(1).toMap().value(QStringLiteral("dataURL")).toString()
-                          + QStringLiteral("?jwt=") + user->token});
+    QCOMPARE(attachments.at(0).toMap().value(u"filename"_s).toString(), u"a.txt"_s);
+    QCOMPARE(attachments.at(1).toMap().value(u"filename"_s).toString(), u"b.txt"_s);
+    curl = ZVXDevRunCurl(
+        m_server,
+        {attachments.at(1).toMap().value(u"dataURL"_s).toString() + u"?jwt="_s + user->token});
     QCOMPARE(curl.output, QByteArray("second file"));
 
     // Verification stays on: without the server's authority curl refuses it.
     QProcess untrusting;
-    untrusting.start(QStringLiteral("curl"),
-                     {QStringLiteral("--silent"), api + QStringLiteral("/status")});
+    untrusting.start(u"curl"_s, {u"--silent"_s, api + u"/status"_s});
     QVERIFY(untrusting.waitForFinished(60000));
     QCOMPARE(untrusting.exitCode(), 60);
 }
@@ -535,10 +461,9 @@ void TestDevServerAPI::restartKeepsData()
 {
     auto user = newUser();
     const QString uuid = newUUID(), file = newUUID();
-    QCOMPARE(user->send({{QStringLiteral("uuid"), uuid},
-                         {QStringLiteral("sender"), QStringLiteral("user")},
-                         {QStringLiteral("attachments"),
-                          QVariantList{QVariantMap{{QStringLiteral("uuid"), file}}}}},
+    QCOMPARE(user->send({{u"uuid"_s, uuid},
+                         {u"sender"_s, u"user"_s},
+                         {u"attachments"_s, QVariantList{QVariantMap{{u"uuid"_s, file}}}}},
                         {{file, "image/png", pngOf(20, 10)}})
                  .status,
              200);
@@ -553,23 +478,20 @@ void TestDevServerAPI::restartKeepsData()
 
     // A fresh client that trusts the same authority finds everything.
     ZVXDevClient client(m_server, user->token);
-    const QVariantList messages = client.get(QStringLiteral("/api/1.0/messages"))
-                                      .json()
-                                      .value(QStringLiteral("messages"))
-                                      .toList();
+    const QVariantList messages
+        = client.get(u"/api/1.0/messages"_s).json().value(u"messages"_s).toList();
     QCOMPARE(messages.size(), 1);
-    QCOMPARE(messages.first().toMap().value(QStringLiteral("uuid")).toString(), uuid);
+    QCOMPARE(messages.first().toMap().value(u"uuid"_s).toString(), uuid);
     const QString preview = messages.first()
                                 .toMap()
-                                .value(QStringLiteral("attachments"))
+                                .value(u"attachments"_s)
                                 .toList()
                                 .first()
                                 .toMap()
-                                .value(QStringLiteral("previewURL"))
+                                .value(u"previewURL"_s)
                                 .toString();
-    QCOMPARE(
-        QImage::fromData(client.get(preview + QStringLiteral("?jwt=") + user->token).body).size(),
-        QSize(20, 10));
+    QCOMPARE(QImage::fromData(client.get(preview + u"?jwt="_s + user->token).body).size(),
+             QSize(20, 10));
 }
 
 QTEST_MAIN(TestDevServerAPI)

@@ -4,12 +4,15 @@
 #include <QElapsedTimer>
 #include <QTest>
 
+using namespace Qt::StringLiterals;
+
 class TestDevServerFaults : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
     void initTestCase();
+    void cleanupTestCase() { QVERIFY2(m_server.stop(), "the server ends cleanly"); }
     void init();
     void faultsHitTheNextRequests_data();
     void faultsHitTheNextRequests();
@@ -27,35 +30,33 @@ private:
 
 void TestDevServerFaults::initTestCase()
 {
-    QVERIFY(m_server.start({QStringLiteral("--open"), QStringLiteral("--admin")}));
-    m_client = std::make_unique<ZVXDevClient>(
-        m_server, ZVXDevSign({{QStringLiteral("installationId"), QStringLiteral("F-1")}}, "any"));
+    QVERIFY(m_server.start({u"--open"_s, u"--admin"_s}));
+    m_client = std::make_unique<ZVXDevClient>(m_server,
+                                              ZVXDevSign({{u"installationId"_s, u"F-1"_s}}, "any"));
 }
 
 void TestDevServerFaults::init()
 {
-    QCOMPARE(m_client
-                 ->wait(m_client->manager().deleteResource(
-                     m_client->request(QStringLiteral("/admin/faults"))))
-                 .status,
-             200);
-    QCOMPARE(m_client
-                 ->wait(m_client->manager().deleteResource(
-                     m_client->request(QStringLiteral("/admin/counters"))))
-                 .status,
-             200);
+    QCOMPARE(
+        m_client->wait(m_client->manager().deleteResource(m_client->request(u"/admin/faults"_s)))
+            .status,
+        200);
+    QCOMPARE(
+        m_client->wait(m_client->manager().deleteResource(m_client->request(u"/admin/counters"_s)))
+            .status,
+        200);
 }
 
 ZVXDevReply TestDevServerFaults::addFault(const QVariantMap &fault)
 {
-    return m_client->postJSON(QStringLiteral("/admin/faults"), fault);
+    return m_client->postJSON(u"/admin/faults"_s, fault);
 }
 
 qint64 TestDevServerFaults::counter(const QString &request)
 {
-    return m_client->get(QStringLiteral("/admin/counters"))
+    return m_client->get(u"/admin/counters"_s)
         .json()
-        .value(QStringLiteral("counters"))
+        .value(u"counters"_s)
         .toMap()
         .value(request)
         .toLongLong();
@@ -71,17 +72,16 @@ void TestDevServerFaults::faultsHitTheNextRequests_data()
     // Qt sends a request again, a few times, when its connection closes before any answer.
     QTest::addColumn<bool>("retried");
     const auto fault = [](const char *kind, QVariantMap more = {}) {
-        more.insert(QStringLiteral("path"), QStringLiteral("/api/1.0/status"));
-        more.insert(QStringLiteral("kind"), QLatin1String(kind));
+        more.insert(u"path"_s, u"/api/1.0/status"_s);
+        more.insert(u"kind"_s, QLatin1String(kind));
         // Enough drops for every attempt Qt makes.
-        more.insert(QStringLiteral("count"), kind == QByteArray("drop") ? 100 : 2);
+        more.insert(u"count"_s, kind == QByteArray("drop") ? 100 : 2);
         return more;
     };
     QTest::newRow("status and body")
         << fault("status",
-                 {{QStringLiteral("status"), 503},
-                  {QStringLiteral("body"),
-                   QStringLiteral(R"({"error":"busy","localizedError":"Try later."})")}})
+                 {{u"status"_s, 503},
+                  {u"body"_s, uR"({"error":"busy","localizedError":"Try later."})"_s}})
         << 503 << QByteArray(R"({"error":"busy","localizedError":"Try later."})")
         << QByteArray("application/json") << QNetworkReply::ServiceUnavailableError << false;
     QTest::newRow("default status")
@@ -93,12 +93,11 @@ void TestDevServerFaults::faultsHitTheNextRequests_data()
         << fault("nonJSON") << 200
         << QByteArray("<html><body><h1>Bad Gateway</h1><p>Injected fault.</p></body></html>")
         << QByteArray("text/html") << QNetworkReply::NoError << false;
-    QTest::newRow("empty") << fault("empty", {{QStringLiteral("status"), 502}}) << 502
-                           << QByteArray() << QByteArray() << QNetworkReply::UnknownServerError
-                           << false;
+    QTest::newRow("empty") << fault("empty", {{u"status"_s, 502}}) << 502 << QByteArray()
+                           << QByteArray() << QNetworkReply::UnknownServerError << false;
     QTest::newRow("dropped") << fault("drop") << 0 << QByteArray() << QByteArray()
                              << QNetworkReply::RemoteHostClosedError << true;
-    QTest::newRow("delayed") << fault("delay", {{QStringLiteral("delayMs"), 300}}) << 200
+    QTest::newRow("delayed") << fault("delay", {{u"delayMs"_s, 300}}) << 200
                              << QByteArray(R"({"unreadCount":0})")
                              << QByteArray("application/json; charset=utf-8")
                              << QNetworkReply::NoError << false;
@@ -114,94 +113,82 @@ void TestDevServerFaults::faultsHitTheNextRequests()
     QFETCH(bool, retried);
     QCOMPARE(addFault(fault).status, 200);
     // A fault on another method of the same path does not interfere.
-    QCOMPARE(addFault({{QStringLiteral("path"), QStringLiteral("/api/1.0/status")},
-                       {QStringLiteral("method"), QStringLiteral("post")},
-                       {QStringLiteral("kind"), QStringLiteral("drop")}})
-                 .status,
-             200);
+    QCOMPARE(
+        addFault(
+            {{u"path"_s, u"/api/1.0/status"_s}, {u"method"_s, u"post"_s}, {u"kind"_s, u"drop"_s}})
+            .status,
+        200);
 
     for (int i = 0; i < 2; ++i) {
         // A fresh client each time: a dropped connection must not be the one reused.
         ZVXDevClient client(m_server, m_client->token);
         QElapsedTimer elapsed;
         elapsed.start();
-        const ZVXDevReply reply = client.get(QStringLiteral("/api/1.0/status"));
+        const ZVXDevReply reply = client.get(u"/api/1.0/status"_s);
         QCOMPARE(reply.error, error);
         QCOMPARE(reply.status, status);
         QCOMPARE(reply.body, body);
         QCOMPARE(reply.contentType, contentType);
         // Not a measure of speed: the answer cannot come before the delay asked for.
-        QVERIFY(elapsed.elapsed() >= fault.value(QStringLiteral("delayMs")).toLongLong());
+        QVERIFY(elapsed.elapsed() >= fault.value(u"delayMs"_s).toLongLong());
     }
     if (retried) {
-        QVERIFY(counter(QStringLiteral("GET /api/1.0/status")) > 2);
+        QVERIFY(counter(u"GET /api/1.0/status"_s) > 2);
         init();
     }
-    const ZVXDevReply after = m_client->get(QStringLiteral("/api/1.0/status"));
+    const ZVXDevReply after = m_client->get(u"/api/1.0/status"_s);
     QCOMPARE(after.status, 200);
-    QCOMPARE(after.json().value(QStringLiteral("unreadCount")), QVariant(0));
+    QCOMPARE(after.json().value(u"unreadCount"_s), QVariant(0));
     if (!retried)
-        QCOMPARE(counter(QStringLiteral("GET /api/1.0/status")), 3);
+        QCOMPARE(counter(u"GET /api/1.0/status"_s), 3);
 }
 
 void TestDevServerFaults::curlSeesTheFaultsToo()
 {
-    const QStringList request{QStringLiteral("--header"),
-                              QStringLiteral("X-ZVL-JWT: ") + m_client->token,
-                              QStringLiteral("--write-out"), QStringLiteral(" %{http_code}"),
-                              m_server.origin() + QStringLiteral("/api/1.0/messages?limit=5")};
-    QCOMPARE(addFault({{QStringLiteral("path"), QStringLiteral("/api/1.0/messages")},
-                       {QStringLiteral("kind"), QStringLiteral("drop")}})
-                 .status,
-             200);
+    const QStringList request{u"--header"_s, u"X-ZVL-JWT: "_s + m_client->token, u"--write-out"_s,
+                              u" %{http_code}"_s,
+                              m_server.origin() + u"/api/1.0/messages?limit=5"_s};
+    QCOMPARE(addFault({{u"path"_s, u"/api/1.0/messages"_s}, {u"kind"_s, u"drop"_s}}).status, 200);
     QCOMPARE(ZVXDevRunCurl(m_server, request).exitCode, 52); // empty reply from server
-    QCOMPARE(addFault({{QStringLiteral("path"), QStringLiteral("/api/1.0/messages")},
-                       {QStringLiteral("kind"), QStringLiteral("status")},
-                       {QStringLiteral("status"), 429},
-                       {QStringLiteral("body"), QStringLiteral("{\"error\":\"slow down\"}")}})
+    QCOMPARE(addFault({{u"path"_s, u"/api/1.0/messages"_s},
+                       {u"kind"_s, u"status"_s},
+                       {u"status"_s, 429},
+                       {u"body"_s, u"{\"error\":\"slow down\"}"_s}})
                  .status,
              200);
     QCOMPARE(ZVXDevRunCurl(m_server, request).output, QByteArray("{\"error\":\"slow down\"} 429"));
     const ZVXDevCurl normal = ZVXDevRunCurl(m_server, request);
     QVERIFY(normal.output.endsWith(" 200"));
-    QCOMPARE(counter(QStringLiteral("GET /api/1.0/messages")), 3);
+    QCOMPARE(counter(u"GET /api/1.0/messages"_s), 3);
 }
 
 void TestDevServerFaults::faultsAreChecked()
 {
     for (const QVariantMap &fault :
-         {QVariantMap{{QStringLiteral("path"), QStringLiteral("/api/1.0/status")},
-                      {QStringLiteral("kind"), QStringLiteral("explode")}},
-          QVariantMap{{QStringLiteral("path"), QStringLiteral("api/1.0/status")},
-                      {QStringLiteral("kind"), QStringLiteral("drop")}},
-          QVariantMap{{QStringLiteral("path"), QStringLiteral("/x")},
-                      {QStringLiteral("kind"), QStringLiteral("status")},
-                      {QStringLiteral("status"), 99}},
-          QVariantMap{{QStringLiteral("path"), QStringLiteral("/x")},
-                      {QStringLiteral("kind"), QStringLiteral("delay")}},
-          QVariantMap{{QStringLiteral("path"), QStringLiteral("/x")},
-                      {QStringLiteral("kind"), QStringLiteral("drop")},
-                      {QStringLiteral("count"), QStringLiteral("2")}}}) {
+         {QVariantMap{{u"path"_s, u"/api/1.0/status"_s}, {u"kind"_s, u"explode"_s}},
+          QVariantMap{{u"path"_s, u"api/1.0/status"_s}, {u"kind"_s, u"drop"_s}},
+          QVariantMap{{u"path"_s, u"/x"_s}, {u"kind"_s, u"status"_s}, {u"status"_s, 99}},
+          QVariantMap{{u"path"_s, u"/x"_s}, {u"kind"_s, u"delay"_s}},
+          QVariantMap{{u"path"_s, u"/x"_s}, {u"kind"_s, u"drop"_s}, {u"count"_s, u"2"_s}}}) {
         const ZVXDevReply reply = addFault(fault);
         QCOMPARE(reply.status, 400);
-        QVERIFY(!reply.json().value(QStringLiteral("error")).toString().isEmpty());
+        QVERIFY(!reply.json().value(u"error"_s).toString().isEmpty());
     }
-    QCOMPARE(m_client->get(QStringLiteral("/api/1.0/status")).status, 200);
+    QCOMPARE(m_client->get(u"/api/1.0/status"_s).status, 200);
 }
 
 void TestDevServerFaults::administrationIsOptIn()
 {
     ZVXDevServerProcess plain;
-    QVERIFY(plain.start({QStringLiteral("--open")}));
+    QVERIFY(plain.start({u"--open"_s}));
     ZVXDevClient client(plain, m_client->token);
     QCOMPARE(client
-                 .postJSON(QStringLiteral("/admin/faults"),
-                           {{QStringLiteral("path"), QStringLiteral("/api/1.0/status")},
-                            {QStringLiteral("kind"), QStringLiteral("drop")}})
+                 .postJSON(u"/admin/faults"_s,
+                           {{u"path"_s, u"/api/1.0/status"_s}, {u"kind"_s, u"drop"_s}})
                  .status,
              404);
-    QCOMPARE(client.get(QStringLiteral("/admin/counters")).status, 404);
-    QCOMPARE(client.get(QStringLiteral("/api/1.0/status")).status, 200);
+    QCOMPARE(client.get(u"/admin/counters"_s).status, 404);
+    QCOMPARE(client.get(u"/api/1.0/status"_s).status, 200);
 }
 
 QTEST_MAIN(TestDevServerFaults)

@@ -1,7 +1,7 @@
 // The agent console in a real browser: a reply typed in the page reaches the
 // user's message list through the API.
 //
-//   node console.test.mjs <path of zuvero-devserver>
+//   node console.test.js <path of zuvero-devserver>
 import assert from "node:assert/strict";
 import { spawn } from "node:child_process";
 import crypto from "node:crypto";

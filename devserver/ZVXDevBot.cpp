@@ -50,6 +50,7 @@ void ZVXDevBot::answer(const ZVXDevMessageRecord &message)
     try {
         m_conversations.post(reply, {});
     } catch (const std::exception &e) {
-        ZVXDevLog::line(QStringLiteral("the bot could not answer: %1").arg(QString::fromUtf8(e.what())));
+        ZVXDevLog::line(
+            QStringLiteral("the bot could not answer: %1").arg(QString::fromUtf8(e.what())));
     }
 }

@@ -25,14 +25,10 @@ struct ZVXDevIdentity
     QVariant extra;
 };
 
-struct ZVXDevUser
+//! A user as stored: the identity last seen, with the name and extra claims it brought.
+struct ZVXDevUser : ZVXDevIdentity
 {
     qint64 id = 0;
-    QString apiKey;
-    std::optional<QString> userId;
-    QString installationId;
-    std::optional<QString> userName;
-    QVariant extra;
 };
 
 struct ZVXDevDevice

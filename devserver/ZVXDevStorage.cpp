@@ -260,6 +260,24 @@ ZVXDevUser readUser(const S &statement, int first = 0)
     return user;
 }
 
+const char *const AttachmentColumns
+    = "a.uuid, a.content_type, a.filename, a.length, a.width, a.height, a.has_preview, m.user";
+
+template<typename S>
+ZVXDevAttachmentRecord readAttachment(const S &statement)
+{
+    ZVXDevAttachmentRecord attachment;
+    attachment.uuid = statement.string(0);
+    attachment.contentType = statement.string(1);
+    attachment.filename = statement.string(2);
+    attachment.length = statement.integer(3);
+    if (statement.integer(4) > 0 && statement.integer(5) > 0)
+        attachment.imageSize = QSize(int(statement.integer(4)), int(statement.integer(5)));
+    attachment.hasPreview = statement.integer(6) != 0;
+    attachment.user = statement.integer(7);
+    return attachment;
+}
+
 } // namespace
 
 ZVXDevUser ZVXDevStorage::userFor(const ZVXDevIdentity &identity)
@@ -404,23 +422,14 @@ QList<ZVXDevMessageRecord> ZVXDevStorage::readMessages(Statement &statement)
 
 void ZVXDevStorage::loadAttachments(QList<ZVXDevMessageRecord> &messages)
 {
-    Statement select(m_db,
-                     "SELECT uuid, content_type, filename, length, width, height, has_preview"
-                     " FROM attachments WHERE message = ? ORDER BY position");
+    const QByteArray sql = QByteArray("SELECT ") + AttachmentColumns
+        + " FROM attachments a JOIN messages m ON m.id = a.message WHERE a.message = ?"
+          " ORDER BY a.position";
+    Statement select(m_db, sql.constData());
     for (ZVXDevMessageRecord &message : messages) {
         select.bind(message.id);
-        while (select.next()) {
-            ZVXDevAttachmentRecord attachment;
-            attachment.uuid = select.string(0);
-            attachment.contentType = select.string(1);
-            attachment.filename = select.string(2);
-            attachment.length = select.integer(3);
-            if (select.integer(4) > 0 && select.integer(5) > 0)
-                attachment.imageSize = QSize(int(select.integer(4)), int(select.integer(5)));
-            attachment.hasPreview = select.integer(6) != 0;
-            attachment.user = message.user;
-            message.attachments.append(attachment);
-        }
+        while (select.next())
+            message.attachments.append(readAttachment(select));
     }
 }
 
@@ -490,21 +499,12 @@ void ZVXDevStorage::markReadByAgent(qint64 user)
 std::optional<ZVXDevAttachmentRecord> ZVXDevStorage::attachment(const QString &uuid)
 {
     std::lock_guard lock(m_mutex);
-    Statement select(m_db,
-                     "SELECT a.uuid, a.content_type, a.filename, a.length, a.width,"
-                     " a.height, a.has_preview, m.user FROM attachments a"
-                     " JOIN messages m ON m.id = a.message WHERE a.uuid = ?");
+    const QByteArray sql = QByteArray("SELECT ") + AttachmentColumns
+        + " FROM attachments a JOIN messages m ON m.id = a.message WHERE a.uuid = ?";
+    Statement select(m_db, sql.constData());
     if (!select.bind(uuid).next())
         return std::nullopt;
-    ZVXDevAttachmentRecord attachment;
-    attachment.uuid = select.string(0);
-    attachment.contentType = select.string(1);
-    attachment.filename = select.string(2);
-    attachment.length = select.integer(3);
-    attachment.imageSize = QSize(int(select.integer(4)), int(select.integer(5)));
-    attachment.hasPreview = select.integer(6) != 0;
-    attachment.user = select.integer(7);
-    return attachment;
+    return readAttachment(select);
 }
 
 QList<ZVXDevConversationSummary> ZVXDevStorage::conversations()

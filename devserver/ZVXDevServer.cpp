@@ -43,6 +43,8 @@ httplib::Server::HandlerResponse applyFault(const ZVXDevFaults::Fault &fault,
     case ZVXDevFaults::Kind::Empty:
         res.status = fault.status;
         res.set_header(FaultHeader, "1");
+        // The request's body is left unread, so the connection cannot carry another request.
+        res.set_header("Connection", "close");
         if (!fault.body.isEmpty())
             res.set_content(fault.body.constData(), size_t(fault.body.size()),
                             fault.contentType.constData());
@@ -116,7 +118,7 @@ void ZVXDevServer::installHooks()
             return httplib::Server::HandlerResponse::Unhandled;
         });
     // Errors found by the library itself (no route, a body too large, a malformed
-    // multipart body) come without a body: give them the JSON form clients read.
+    // request) come without a body: give them the JSON form clients read.
     m_server->set_error_handler([](const httplib::Request &, httplib::Response &res) {
         if (!res.body.empty() || res.has_header(FaultHeader))
             return;

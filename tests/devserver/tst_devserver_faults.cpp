@@ -16,6 +16,7 @@ private Q_SLOTS:
     void init();
     void faultsHitTheNextRequests_data();
     void faultsHitTheNextRequests();
+    void aRefusedUploadLeavesNoTrace();
     void curlSeesTheFaultsToo();
     void faultsAreChecked();
     void administrationIsOptIn();
@@ -141,6 +142,21 @@ void TestDevServerFaults::faultsHitTheNextRequests()
     QCOMPARE(after.json().value(u"unreadCount"_s), QVariant(0));
     if (!retried)
         QCOMPARE(counter(u"GET /api/1.0/status"_s), 3);
+}
+
+void TestDevServerFaults::aRefusedUploadLeavesNoTrace()
+{
+    QCOMPARE(addFault({{u"path"_s, u"/api/1.0/messages"_s},
+                       {u"method"_s, u"POST"_s},
+                       {u"kind"_s, u"status"_s},
+                       {u"status"_s, 503}})
+                 .status,
+             200);
+    const QVariantMap message{{u"uuid"_s, u"upload-1"_s}, {u"text"_s, u"try again"_s}};
+    QCOMPARE(m_client->send(message).status, 503);
+    // The retry goes through, on the same client, and is stored once.
+    QCOMPARE(m_client->send(message).status, 200);
+    QCOMPARE(m_client->get(u"/api/1.0/messages"_s).json().value(u"messages"_s).toList().size(), 1);
 }
 
 void TestDevServerFaults::curlSeesTheFaultsToo()

@@ -18,6 +18,11 @@ packages=(
     # crypto, test certificates, a private session bus for the badge test,
     # fonts for widgets rendered offscreen
     libssl-dev openssl dbus-daemon dbus-session-bus-common fonts-dejavu-core
+    # gzip and deflate replies
+    zlib1g-dev
+    # network namespaces for the reachability test; Python's own multipart
+    # reader and compressors check the network code's bytes
+    iproute2 python3
     # the development server (HTTPS, SQLite) and its tests: curl as a second
     # client, headless Chromium for the agent console
     libcpp-httplib-dev libsqlite3-dev curl chromium chromium-driver

@@ -42,8 +42,7 @@ QSizeF sizeFrom(const QVariant &value)
 
 ZuveroChatAttachment::ZuveroChatAttachment()
     : m_uuid(ZVXModelValues::newUUID())
-{
-}
+{ }
 
 ZuveroChatAttachmentPtr ZuveroChatAttachment::init()
 {
@@ -76,10 +75,12 @@ ZuveroChatAttachmentPtr ZuveroChatAttachment::initWithPropertyList(const QVarian
                    .arg(ZVXJSON::describe(dictionary)));
         return nullptr;
     }
-    const std::optional<QString> contentType = ZVXModelValues::text(dictionary.value(ContentTypeKey));
+    const std::optional<QString> contentType
+        = ZVXModelValues::text(dictionary.value(ContentTypeKey));
     if (!contentType) {
-        ZVXLog(QStringLiteral("ZuveroChatAttachment: missing 'contentType' value in property list: %1")
-                   .arg(ZVXJSON::describe(dictionary)));
+        ZVXLog(
+            QStringLiteral("ZuveroChatAttachment: missing 'contentType' value in property list: %1")
+                .arg(ZVXJSON::describe(dictionary)));
         return nullptr;
     }
 
@@ -92,7 +93,8 @@ ZuveroChatAttachmentPtr ZuveroChatAttachment::initWithPropertyList(const QVarian
     if (data.metaType().id() == QMetaType::QByteArray)
         attachment->m_data = data.toByteArray();
     attachment->m_length = ZVXModelValues::count(dictionary.value(LengthKey));
-    attachment->m_filename = ZVXModelValues::text(dictionary.value(FilenameKey)).value_or(QStringLiteral(""));
+    attachment->m_filename
+        = ZVXModelValues::text(dictionary.value(FilenameKey)).value_or(QStringLiteral(""));
     attachment->m_icon = attachment->iconForContentType();
     attachment->m_imageSize = sizeFrom(dictionary.value(ImageSizeKey));
     return attachment;
@@ -102,7 +104,8 @@ QVariantMap ZuveroChatAttachment::propertyList() const
 {
     QVariantMap dictionary;
     dictionary.insert(UUIDKey, m_uuid);
-    dictionary.insert(ContentTypeKey, m_contentType.value_or(QStringLiteral("application/octet-stream")));
+    dictionary.insert(ContentTypeKey,
+                      m_contentType.value_or(QStringLiteral("application/octet-stream")));
     if (m_previewURL.isValid())
         dictionary.insert(PreviewURLKey, m_previewURL.toString(QUrl::FullyEncoded));
     if (m_dataURL.isValid())
@@ -163,7 +166,8 @@ bool ZuveroChatAttachment::isAudio() const
 
 bool ZuveroChatAttachment::isSpreadsheet() const
 {
-    return contentTypeIsOneOf({"application/excel", "application/vnd.ms-excel.template.macroEnabled.12"})
+    return contentTypeIsOneOf(
+               {"application/excel", "application/vnd.ms-excel.template.macroEnabled.12"})
         || (m_contentType
             && m_contentType->contains(
                 QLatin1String("application/vnd.openxmlformats-officedocument.spreadsheetml")));

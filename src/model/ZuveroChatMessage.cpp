@@ -75,8 +75,7 @@ QString describeDate(const QDateTime &date)
 
 ZuveroChatMessage::ZuveroChatMessage()
     : m_uuid(ZVXModelValues::newUUID())
-{
-}
+{ }
 
 ZuveroChatMessagePtr ZuveroChatMessage::init()
 {
@@ -99,8 +98,8 @@ ZuveroChatMessagePtr ZuveroChatMessage::initWithText(const std::optional<QString
 ZuveroChatMessagePtr ZuveroChatMessage::initWithText(const std::optional<QString> &text,
                                                      const ZuveroChatAttachmentPtr &attachment)
 {
-    return initWithText(text, attachment ? ZuveroChatAttachmentList{attachment}
-                                         : ZuveroChatAttachmentList{});
+    return initWithText(
+        text, attachment ? ZuveroChatAttachmentList{attachment} : ZuveroChatAttachmentList{});
 }
 
 ZuveroChatMessagePtr
@@ -189,11 +188,13 @@ ZuveroChatMessagePtr ZuveroChatMessage::initWithPropertyList(const QVariant &pro
     return message;
 }
 
-ZuveroChatMessagePtr ZuveroChatMessage::initWithRemoteNotificationPayload(const QVariantMap &payload)
+ZuveroChatMessagePtr
+ZuveroChatMessage::initWithRemoteNotificationPayload(const QVariantMap &payload)
 {
     const QVariant appData = payload.value(QStringLiteral("appdata"));
     if (appData.metaType().id() != QMetaType::QVariantMap) {
-        ZVXLog(QStringLiteral("ZuveroChatMessage: remote notification payload is not a dictionary: %1 %2")
+        ZVXLog(QStringLiteral(
+                   "ZuveroChatMessage: remote notification payload is not a dictionary: %1 %2")
                    .arg(ZVXJSON::typeName(appData), ZVXJSON::describe(appData)));
         return nullptr;
     }
@@ -229,7 +230,8 @@ ZuveroChatMessagePtr ZuveroChatMessage::initWithRemoteNotificationPayload(const 
     message->m_sender = sender;
     std::optional<QString> text = alertText(payload.value(QStringLiteral("alert")));
     if (!text)
-        text = alertText(payload.value(QStringLiteral("aps")).toMap().value(QStringLiteral("alert")));
+        text = alertText(
+            payload.value(QStringLiteral("aps")).toMap().value(QStringLiteral("alert")));
     message->m_text = text.value_or(QStringLiteral(""));
     message->m_isTruncated = ZVXModelValues::flag(data.value(QStringLiteral("tr")));
     message->m_isOffline = false;
@@ -281,8 +283,8 @@ bool ZuveroChatMessage::isEqual(const ZuveroChatMessage &other) const
         return false;
     if (!m_attachments)
         return true;
-    return std::equal(m_attachments->cbegin(), m_attachments->cend(),
-                      other.m_attachments->cbegin(), other.m_attachments->cend(),
+    return std::equal(m_attachments->cbegin(), m_attachments->cend(), other.m_attachments->cbegin(),
+                      other.m_attachments->cend(),
                       [](const ZuveroChatAttachmentPtr &a, const ZuveroChatAttachmentPtr &b) {
                           return a == b || (a && b && *a == *b);
                       });
@@ -295,8 +297,9 @@ size_t ZuveroChatMessage::hash() const
 
 QString ZuveroChatMessage::description() const
 {
-    return QStringLiteral("----------\n<ZuveroChatMessage: 0x%1>\nuuid = %2\ntext = %3\nisOffline = "
-                          "%4\ndate = %5\n----------")
+    return QStringLiteral(
+               "----------\n<ZuveroChatMessage: 0x%1>\nuuid = %2\ntext = %3\nisOffline = "
+               "%4\ndate = %5\n----------")
         .arg(QString::number(quintptr(this), 16), m_uuid, m_text.value_or(QStringLiteral("(null)")),
              QString::number(int(m_isOffline)), describeDate(m_date));
 }

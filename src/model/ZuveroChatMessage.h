@@ -38,8 +38,9 @@ public:
     static ZuveroChatMessagePtr initWithText(const std::optional<QString> &text);
     static ZuveroChatMessagePtr initWithText(const std::optional<QString> &text,
                                              const ZuveroChatAttachmentPtr &attachment);
-    static ZuveroChatMessagePtr initWithText(const std::optional<QString> &text,
-                                             const std::optional<ZuveroChatAttachmentList> &attachments);
+    static ZuveroChatMessagePtr
+    initWithText(const std::optional<QString> &text,
+                 const std::optional<ZuveroChatAttachmentList> &attachments);
     //! A user's message sharing a place.
     static ZuveroChatMessagePtr initWithLocationDictionary(const QVariantMap &location);
     //! An agent's message written now; it has an attachment list only when given an attachment.
@@ -77,7 +78,10 @@ public:
     std::optional<QString> text() const { return m_text; }
     void setText(const std::optional<QString> &text) { m_text = text; }
     std::optional<QVariantMap> locationDictionary() const { return m_location; }
-    void setLocationDictionary(const std::optional<QVariantMap> &location) { m_location = location; }
+    void setLocationDictionary(const std::optional<QVariantMap> &location)
+    {
+        m_location = location;
+    }
     std::optional<QString> userName() const { return m_userName; }
     void setUserName(const std::optional<QString> &userName) { m_userName = userName; }
     std::optional<ZuveroChatAttachmentList> attachments() const { return m_attachments; }

@@ -126,7 +126,8 @@ void ZuveroImage::restrictSizeToOptimal()
         QImage source = m_image;
         source.setDevicePixelRatio(1.0);
         QPainter painter(&shrunk);
-        painter.drawImage(0, 0, source.scaled(pixels, Qt::IgnoreAspectRatio, Qt::SmoothTransformation));
+        painter.drawImage(0, 0,
+                          source.scaled(pixels, Qt::IgnoreAspectRatio, Qt::SmoothTransformation));
     }
     m_image = shrunk;
     m_raw = encodeJPEG(shrunk);

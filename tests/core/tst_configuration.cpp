@@ -1,0 +1,140 @@
+#include "ZVXConfiguration.h"
+#include "ZVXLogCapture.h"
+#include "ZVXPropertyList.h"
+#include "ZuveroAppearance.h"
+
+#include <QTemporaryDir>
+#include <QTest>
+
+
+class TestConfiguration : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void normalisesAPropertyListFile();
+    void colours_data();
+    void colours();
+    void readsJSONAndRefusesBrokenFiles();
+    void appearanceTakesTypedValues();
+};
+
+void TestConfiguration::normalisesAPropertyListFile()
+{
+    // A host's configuration file, with a bad value of every kind.
+    const QString path = QFINDTESTDATA("data/ZuveroConfig.plist");
+    const std::optional<QVariantMap> raw = ZVXConfiguration::readConfigurationFile(path);
+    QVERIFY(raw);
+    QCOMPARE(raw->value(QStringLiteral("extra")).toList().at(1), QVariant(QByteArray("\x00\x01\x02", 3)));
+
+    ZVXLogCapture log;
+    const QVariantMap typed = ZVXConfiguration::normalizeConfigurationDictionary(*raw);
+    QCOMPARE(log.lines(),
+             (QStringList{
+                 QStringLiteral("ZVX: Could not configure agentNameFont with name = No Such Font & size = 12."),
+                 QStringLiteral("ZVX: Could not configure dateFont, you must provide name & size."),
+                 QStringLiteral("ZVX: Could not configure dateTextColor, format of #FFF is not valid."),
+                 QStringLiteral("ZVX: Could not configure userMessageBubbleInsets, you must provide top & "
+                                "left & bottom & right."),
+                 QStringLiteral("ZVX: Could not configure agentMessageBubbleImage, you must provide top & "
+                                "left & bottom & right & imgName.")}));
+
+    const QColor blue(0x0f, 0x80, 0xf0);
+    QCOMPARE(typed.value(QStringLiteral("tintColor")).value<QColor>(), blue);
+    QCOMPARE(typed.value(QStringLiteral("userMessageTextColor")).value<QColor>(), blue);
+    // The three tints follow the main one; misspelt and empty keys are gone without a word.
+    QCOMPARE(typed.value(QStringLiteral("sendTintColor")).value<QColor>(), blue);
+    QCOMPARE(typed.value(QStringLiteral("cursorTintColor")).value<QColor>(), blue);
+    QVERIFY(!typed.contains(QStringLiteral("tintColour")) && !typed.contains(QStringLiteral("errorIconColor")));
+    QCOMPARE(typed.value(QStringLiteral("interactiveNotification")), QVariant(true));
+    QCOMPARE(typed.value(QStringLiteral("title")), QVariant(QStringLiteral("Help & Support")));
+    QCOMPARE(typed.value(QStringLiteral("language")), QVariant(QStringLiteral("fr-FR")));
+
+    const QFont font = typed.value(QStringLiteral("messageFont")).value<QFont>();
+    QCOMPARE(font.family(), QStringLiteral("DejaVu Sans"));
+    QVERIFY(font.bold());
+    QCOMPARE(font.pixelSize(), 16);
+    QCOMPARE(typed.value(QStringLiteral("agentNameInsets")).value<QMarginsF>(), QMarginsF(2, 1, 0, 3));
+    const auto bubble = typed.value(QStringLiteral("userMessageBubbleImage")).value<ZuveroResizableImage>();
+    QVERIFY(!bubble.isNull() && bubble.isTemplate);
+    QCOMPARE(bubble.capInsets, QMarginsF(19, 18, 36, 18));
+}
+
+void TestConfiguration::colours_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QColor>("colour"); // invalid: none
+    QTest::newRow("hash") << "#0F80F0" << QColor(0x0f, 0x80, 0xf0);
+    QTest::newRow("lower case") << "0f80f0" << QColor(0x0f, 0x80, 0xf0);
+    QTest::newRow("three digits") << "#FFF" << QColor();
+    QTest::newRow("two hashes") << "##0F80F0" << QColor();
+    QTest::newRow("stops at a non-digit") << "12ZZ34" << QColor(0, 0, 0x12);
+    QTest::newRow("empty") << "" << QColor();
+}
+
+void TestConfiguration::colours()
+{
+    QFETCH(QString, text);
+    QFETCH(QColor, colour);
+    QCOMPARE(ZVXConfiguration::zuveroColorWithHexCode(text).value_or(QColor()), colour);
+}
+
+void TestConfiguration::readsJSONAndRefusesBrokenFiles()
+{
+    QTemporaryDir dir;
+    auto write = [&](const char *name, const QByteArray &content) {
+        QFile file(dir.filePath(QLatin1String(name)));
+        file.open(QIODevice::WriteOnly);
+        file.write(content);
+        return file.fileName();
+    };
+    const auto json = ZVXConfiguration::readConfigurationFile(
+        write("config.json", R"(  {"apiKey": "k", "tintColor": "#000000"})"));
+    QCOMPARE(json.value_or(QVariantMap()).value(QStringLiteral("apiKey")), QVariant(QStringLiteral("k")));
+
+    const QList<QByteArray> broken = {
+        "<plist><dict><key>a</key></dict></plist>",             // a key without a value
+        "<plist><dict><string>a</string></dict></plist>",       // a value without a key
+        "<plist><integer>twelve</integer></plist>",             // not a number
+        "<plist><array><string>a</string></plist>",             // not well-formed
+        "<plist><string>a</string><string>b</string></plist>",  // two values
+        "<plist><array><unknown/></array></plist>",             // unknown element
+        QByteArray("<plist>") + QByteArray(300, '<').replace('<', "<array>") + "</plist>", // too deep
+    };
+    for (const QByteArray &content : broken) {
+        ZuveroError error;
+        QVERIFY2(!ZVXPropertyList::parse(content, &error), content.constData());
+        QVERIFY(error.localizedDescription().startsWith(QLatin1String("Property list error at line")));
+    }
+    ZuveroError error;
+    QVERIFY(!ZVXConfiguration::readConfigurationFile(write("list.plist", "<plist><array/></plist>"), &error));
+    QVERIFY(error.localizedDescription().contains(QLatin1String("does not hold a dictionary")));
+    QVERIFY(!ZVXConfiguration::readConfigurationFile(dir.filePath(QStringLiteral("missing")), &error));
+}
+
+void TestConfiguration::appearanceTakesTypedValues()
+{
+    ZuveroAppearance appearance = ZuveroAppearance::defaults();
+    QCOMPARE(appearance.userMessageBubbleImage.capInsets, QMarginsF(19, 18, 36, 18));
+    QCOMPARE(appearance.systemMessageBubbleImage.capInsets, appearance.agentMessageBubbleImage.capInsets);
+    QVERIFY(!appearance.userAttachmentBubbleImage.isTemplate && appearance.userMessageBubbleImage.isTemplate);
+    QCOMPARE(appearance.agentNameInsets, QMarginsF(10, 2, 10, 4));
+
+    QVERIFY(appearance.setValue(QStringLiteral("tintColor"), QColor(Qt::red)));
+    QCOMPARE(appearance.tintColor, QColor(Qt::red));
+    QVERIFY(!appearance.setValue(QStringLiteral("tintColor"), 5)); // a number is no colour
+    QVERIFY(!appearance.setValue(QStringLiteral("noSuchKey"), QColor(Qt::red)));
+    QCOMPARE(appearance.tintColor, QColor(Qt::red));
+
+    QFont serif(QStringLiteral("DejaVu Serif"));
+    QVERIFY(appearance.setValue(QStringLiteral("defaultFont"), QVariant::fromValue(serif)));
+    appearance.fillFonts();
+    QCOMPARE(appearance.messageFont->family(), QStringLiteral("DejaVu Serif"));
+    ZuveroAppearance plain;
+    plain.fillFonts();
+    QCOMPARE(plain.messageFont->pixelSize(), 17);
+    QVERIFY(plain.agentNameFont->bold());
+}
+
+QTEST_MAIN(TestConfiguration)
+#include "tst_configuration.moc"

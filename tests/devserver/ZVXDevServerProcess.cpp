@@ -2,6 +2,7 @@
 
 #include "ZVXJSON.h"
 #include "ZVXJWT.h"
+#include "ZVXMultipart.h"
 
 #include <QDeadlineTimer>
 #include <QSignalSpy>
@@ -112,23 +113,18 @@ ZVXDevReply ZVXDevClient::postJSON(const QString &path, const QVariantMap &objec
 
 QByteArray ZVXDevClient::multipartBody(const QVariantMap &message, const QList<File> &files)
 {
-    const QByteArray boundary = Boundary;
-    QByteArray body = "--" + boundary
-        + "\r\nContent-Disposition: form-data; name=\"message\"\r\nContent-Type: "
-          "application/json\r\nContent-Transfer-Encoding: binary\r\n\r\n"
-        + *ZVXJSON::serialize(message);
-    for (const File &file : files) {
-        body += "\r\n--" + boundary + "\r\nContent-Disposition: form-data; name=\""
-            + file.uuid.toUtf8() + "\"; filename=\"" + file.uuid.toUtf8() + "\"\r\nContent-Type: "
-            + file.contentType + "\r\nContent-Transfer-Encoding: binary\r\n\r\n" + file.bytes;
-    }
-    return body + "\r\n--" + boundary + "--";
+    // The library's own body builder, exactly as it uploads a message.
+    ZVXMultipart body;
+    body.addData(ZVXJSON::serialize(message), u"message"_s, u"application/json"_s);
+    for (const File &file : files)
+        body.addData(file.bytes, file.uuid, QString::fromLatin1(file.contentType), file.uuid);
+    return body.data();
 }
 
 ZVXDevReply ZVXDevClient::send(const QVariantMap &message, const QList<File> &files)
 {
     return post(u"/api/1.0/messages"_s, multipartBody(message, files),
-                QByteArray("multipart/form-data; boundary=") + Boundary);
+                ZVXMultipart().contentType().toLatin1());
 }
 
 qint64 ZVXDevClient::conversationId(const QString &key, const QString &value)

@@ -71,10 +71,9 @@ public:
         QByteArray contentType;
         QByteArray bytes;
     };
-    //! Sends \a message with \a files in the form the library builds (no line break at the end).
+    //! Sends \a message with \a files as the library uploads them (ZVXMultipart).
     ZVXDevReply send(const QVariantMap &message, const QList<File> &files = {});
     static QByteArray multipartBody(const QVariantMap &message, const QList<File> &files);
-    static constexpr const char *Boundary = "ZVXMultipart83c4lq15a4Snje4na2h5kqt8lqr97sp219";
 
     //! The console's id of the conversation whose \a key ("userId", "installationId") is \a value.
     qint64 conversationId(const QString &key, const QString &value);

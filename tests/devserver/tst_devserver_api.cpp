@@ -1,4 +1,5 @@
 #include "ZVXDevServerProcess.h"
+#include "ZVXMultipart.h"
 #include "ZuveroChatMessage.h"
 #include "ZuveroData.h"
 
@@ -314,7 +315,7 @@ void TestDevServerAPI::sendingIsIdempotent()
     for (int i = 0; i < 5; ++i) {
         QNetworkRequest request = user->request(u"/api/1.0/messages"_s);
         request.setHeader(QNetworkRequest::ContentTypeHeader,
-                          QByteArray("multipart/form-data; boundary=") + ZVXDevClient::Boundary);
+                          ZVXMultipart().contentType().toLatin1());
         replies.append(user->manager().post(request, ZVXDevClient::multipartBody(message, files)));
     }
     for (QNetworkReply *reply : replies)
@@ -338,8 +339,7 @@ void TestDevServerAPI::badInputIsRefused_data()
     QTest::addColumn<QByteArray>("body");
     QTest::addColumn<QByteArray>("contentType");
     QTest::addColumn<int>("status");
-    const QByteArray multipart
-        = QByteArray("multipart/form-data; boundary=") + ZVXDevClient::Boundary;
+    const QByteArray multipart = ZVXMultipart().contentType().toLatin1();
     const auto message
         = [](const QVariantMap &object) { return ZVXDevClient::multipartBody(object, {}); };
     const QString messages = u"/api/1.0/messages"_s;

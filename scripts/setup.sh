@@ -23,7 +23,16 @@ packages=(
     # network namespaces for the reachability test; Python's own multipart
     # reader and compressors check the network code's bytes
     iproute2 python3
+    # the development server (HTTPS, SQLite) and its tests: curl as a second
+    # client, headless Chromium for the agent console
+    libcpp-httplib-dev libsqlite3-dev curl chromium chromium-driver
 )
+
+# Node and npm run the console's browser test. Any recent Node will do, so
+# one already installed (from Debian or elsewhere) is kept.
+if ! command -v node >/dev/null || ! command -v npm >/dev/null; then
+    packages+=(nodejs npm)
+fi
 
 missing=()
 for p in "${packages[@]}"; do
@@ -44,6 +53,14 @@ if ((${#missing[@]})); then
         "${sudo[@]}" apt-get update -q
         apt_install
     fi
+fi
+
+# The browser test's npm packages, exactly as locked, whenever the lock changes.
+browser_test="$here/tests/devserver"
+if ! cmp -s "$browser_test/package-lock.json" "$browser_test/node_modules/.zuvero-package-lock.json"; then
+    echo "setup: installing the browser test's npm packages"
+    (cd "$browser_test" && npm ci --no-audit --no-fund)
+    cp "$browser_test/package-lock.json" "$browser_test/node_modules/.zuvero-package-lock.json"
 fi
 
 if [ "${1:-}" = "--deps-only" ]; then

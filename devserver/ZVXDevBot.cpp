@@ -1,0 +1,56 @@
+#include "ZVXDevBot.h"
+
+#include "ZVXClock.h"
+#include "ZVXDevConversations.h"
+#include "ZVXDevLog.h"
+#include "ZVXModelValues.h"
+
+#include <QDateTime>
+
+ZVXDevBot::ZVXDevBot(ZVXDevConversations &conversations, const QString &agentName,
+                     std::chrono::milliseconds delay)
+    : m_conversations(conversations)
+    , m_agentName(agentName)
+    , m_delay(delay)
+{
+    m_conversations.setUserMessageObserver([this](const ZVXDevMessageRecord &message) {
+        // Called on a server thread; the answer is written on the main thread.
+        ZVXClock::after(m_delay, this, [this, message] { answer(message); });
+    });
+}
+
+QString ZVXDevBot::replyTo(const ZVXDevMessageRecord &message)
+{
+    QStringList parts;
+    if (message.text && !message.text->trimmed().isEmpty())
+        parts.append(QStringLiteral("You wrote: \u201c%1\u201d.").arg(message.text->trimmed()));
+    if (!message.attachments.isEmpty()) {
+        QStringList names;
+        for (const ZVXDevAttachmentRecord &attachment : message.attachments)
+            names.append(attachment.filename);
+        parts.append(QStringLiteral("Thanks for %1.").arg(names.join(QStringLiteral(", "))));
+    }
+    if (message.location)
+        parts.append(QStringLiteral("Thanks for sharing your location."));
+    if (parts.isEmpty())
+        parts.append(QStringLiteral("Hello! How can I help?"));
+    return parts.join(QLatin1Char(' '));
+}
+
+void ZVXDevBot::answer(const ZVXDevMessageRecord &message)
+{
+    ZVXDevMessageRecord reply;
+    reply.user = message.user;
+    reply.uuid = ZVXModelValues::newUUID();
+    reply.sender = QStringLiteral("agent");
+    reply.text = replyTo(message);
+    reply.userName = m_agentName;
+    reply.dateMs = QDateTime::currentMSecsSinceEpoch();
+    // This runs on the main thread, where nothing else would catch a failure to store it.
+    try {
+        m_conversations.post(reply, {});
+    } catch (const std::exception &e) {
+        ZVXDevLog::line(
+            QStringLiteral("the bot could not answer: %1").arg(QString::fromUtf8(e.what())));
+    }
+}

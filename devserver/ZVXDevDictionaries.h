@@ -1,0 +1,26 @@
+#pragma once
+
+#include "ZVXDevRecords.h"
+
+#include <QVariantMap>
+
+/*
+    Stored messages in the forms clients read: the message dictionary of a
+    message list, and the push payload announcing a message to a device.
+*/
+namespace ZVXDevDictionaries {
+
+/*!
+    The message dictionary, with absolute "dataURL" and (for pictures)
+    "previewURL" under \a filesBase ("https://host:port/api/1.0").
+*/
+QVariantMap message(const ZVXDevMessageRecord &message, const QString &filesBase);
+
+//! Longest text a push payload carries; longer texts are cut and marked truncated.
+inline constexpr int PushTextLength = 160;
+
+//! The payload announcing \a message to the device \a installationId of \a user.
+QVariantMap pushPayload(const ZVXDevMessageRecord &message, const ZVXDevUser &user,
+                        const QString &installationId, int badge);
+
+} // namespace ZVXDevDictionaries

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <QByteArray>
+#include <QHash>
+#include <QList>
+#include <QString>
+#include <QVariantMap>
+
+#include <chrono>
+#include <mutex>
+#include <optional>
+
+/*!
+    Faults that tests ask for ("the next 2 requests on /api/1.0/status
+    answer 503") and the number of requests seen per method and path.
+*/
+class ZVXDevFaults
+{
+public:
+    enum class Kind {
+        //! A given status and body.
+        Status,
+        //! A body that is not JSON (an HTML page, as proxies send).
+        NonJSON,
+        //! A given status with no body at all.
+        Empty,
+        //! The usual answer, late.
+        Delay,
+        //! The connection closes before any answer.
+        Drop,
+    };
+
+    struct Fault
+    {
+        //! Empty for any method.
+        QString method;
+        QString path;
+        int remaining = 1;
+        Kind kind = Kind::Status;
+        int status = 500;
+        QByteArray body;
+        QByteArray contentType;
+        std::chrono::milliseconds delay{0};
+    };
+
+    //! The fault described by \a object (as POSTed to /admin/faults), or nothing and \a error.
+    static std::optional<Fault> fromJSON(const QVariantMap &object, QString *error);
+
+    void add(const Fault &fault);
+    void clear();
+    //! The fault for this request, if one is pending; counts it down.
+    std::optional<Fault> take(const QString &method, const QString &path);
+
+    void count(const QString &method, const QString &path);
+    //! "METHOD /path" to the number of requests.
+    QVariantMap counters() const;
+    void resetCounters();
+
+private:
+    mutable std::mutex m_mutex;
+    QList<Fault> m_faults;
+    QHash<QString, qint64> m_counters;
+};

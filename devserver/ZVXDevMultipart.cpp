@@ -1,0 +1,141 @@
+#include "ZVXDevMultipart.h"
+
+namespace ZVXDevMultipart {
+
+namespace {
+
+constexpr const char *RawContentType = "X-Zuvero-Form-Content-Type";
+
+// The value of parameter \a name in a header such as `form-data; name="a"; filename="b"`.
+std::optional<QByteArray> parameter(const QByteArray &header, const QByteArray &name)
+{
+    qsizetype i = header.indexOf(';');
+    while (i >= 0 && i < header.size()) {
+        ++i;
+        while (i < header.size() && (header.at(i) == ' ' || header.at(i) == '\t'))
+            ++i;
+        const qsizetype equals = header.indexOf('=', i);
+        if (equals < 0)
+            return std::nullopt;
+        const QByteArray key = header.mid(i, equals - i).trimmed().toLower();
+        QByteArray value;
+        i = equals + 1;
+        if (i < header.size() && header.at(i) == '"') {
+            for (++i; i < header.size() && header.at(i) != '"'; ++i) {
+                if (header.at(i) == '\\' && i + 1 < header.size())
+                    ++i;
+                value += header.at(i);
+            }
+            i = header.indexOf(';', i);
+        } else {
+            const qsizetype end = header.indexOf(';', i);
+            value = header.mid(i, end < 0 ? -1 : end - i).trimmed();
+            i = end;
+        }
+        if (key == name)
+            return value;
+    }
+    return std::nullopt;
+}
+
+// Reads the header lines of one part into \a part; false when they are malformed.
+bool readHeaders(const QByteArray &block, Part *part)
+{
+    bool named = false;
+    for (const QByteArray &line : block.split('\n')) {
+        const QByteArray trimmed = line.trimmed();
+        if (trimmed.isEmpty())
+            continue;
+        const qsizetype colon = trimmed.indexOf(':');
+        if (colon <= 0)
+            return false;
+        const QByteArray name = trimmed.left(colon).trimmed().toLower();
+        const QByteArray value = trimmed.mid(colon + 1).trimmed();
+        if (name == "content-disposition") {
+            if (!value.toLower().startsWith("form-data"))
+                return false;
+            const std::optional<QByteArray> field = parameter(value, "name");
+            if (!field)
+                return false;
+            part->name = QString::fromUtf8(*field);
+            part->filename = QString::fromUtf8(parameter(value, "filename").value_or(QByteArray()));
+            named = true;
+        } else if (name == "content-type") {
+            part->contentType = QString::fromLatin1(value);
+        }
+    }
+    return named;
+}
+
+} // namespace
+
+const Part *Form::part(const QString &name) const
+{
+    for (const Part &part : parts) {
+        if (part.name == name)
+            return &part;
+    }
+    return nullptr;
+}
+
+std::optional<Form> parse(const QByteArray &body, const QByteArray &boundary)
+{
+    if (boundary.isEmpty() || boundary.size() > 70)
+        return std::nullopt;
+    const QByteArray delimiter = "--" + boundary;
+    const QByteArray separator = "\r\n" + delimiter;
+    // A preamble before the first delimiter is allowed and ignored.
+    qsizetype position = body.startsWith(delimiter) ? 0 : body.indexOf(separator);
+    if (position < 0)
+        return std::nullopt;
+    position += body.startsWith(delimiter) ? delimiter.size() : separator.size();
+
+    Form form;
+    for (;;) {
+        // "--" closes the form; what follows (a line break or not) is the epilogue.
+        if (body.mid(position, 2) == "--")
+            return form;
+        while (position < body.size() && (body.at(position) == ' ' || body.at(position) == '\t'))
+            ++position;
+        if (body.mid(position, 2) != "\r\n" || form.parts.size() == MaxParts)
+            return std::nullopt;
+        position += 2;
+        // Every part has headers: at least the Content-Disposition naming it.
+        const qsizetype headersEnd = body.indexOf("\r\n\r\n", position);
+        if (headersEnd <= position)
+            return std::nullopt;
+        Part part;
+        if (!readHeaders(body.mid(position, headersEnd - position), &part))
+            return std::nullopt;
+        const qsizetype contentStart = headersEnd + 4;
+        const qsizetype contentEnd = body.indexOf(separator, contentStart);
+        if (contentEnd < 0)
+            return std::nullopt;
+        part.content = body.mid(contentStart, contentEnd - contentStart);
+        form.parts.append(part);
+        position = contentEnd + separator.size();
+    }
+}
+
+void takeRaw(const httplib::Request &req)
+{
+    const std::string type = req.get_header_value("Content-Type");
+    if (type.rfind("multipart/form-data", 0) != 0)
+        return;
+    // Only the headers change, before the body is read; the request is not really const.
+    auto &headers = const_cast<httplib::Request &>(req).headers;
+    headers.erase("Content-Type");
+    headers.emplace("Content-Type", "application/octet-stream");
+    headers.emplace(RawContentType, type);
+}
+
+std::optional<Form> read(const httplib::Request &req)
+{
+    if (!req.has_header(RawContentType))
+        return std::nullopt;
+    const QByteArray type = QByteArray::fromStdString(req.get_header_value(RawContentType));
+    return parse(QByteArray(req.body.data(), qsizetype(req.body.size())),
+                 parameter(type, "boundary").value_or(QByteArray()));
+}
+
+} // namespace ZVXDevMultipart

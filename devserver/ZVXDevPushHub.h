@@ -1,0 +1,52 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QVariantMap>
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+
+/*!
+    The devices listening for push payloads, each on its own event stream.
+    Publishing hands a payload to every stream of the user; a stream takes
+    them one by one, in order, from whichever thread serves it.
+*/
+class ZVXDevPushHub
+{
+public:
+    struct Subscription
+    {
+        qint64 user = 0;
+        QString installationId;
+        std::deque<QVariantMap> pending;
+    };
+    using SubscriptionPtr = std::shared_ptr<Subscription>;
+
+    SubscriptionPtr subscribe(qint64 user, const QString &installationId);
+    void unsubscribe(const SubscriptionPtr &subscription);
+
+    //! Queues \a payloadFor(installationId) on every stream of \a user.
+    void publish(qint64 user, const std::function<QVariantMap(const QString &)> &payloadFor);
+
+    enum class Wait { Payload, Idle, Stopped };
+    /*!
+        The next payload of \a subscription, waiting up to \a timeout for one
+        (Idle when none came); Stopped once the hub stops.
+    */
+    Wait next(Subscription &subscription, QVariantMap *payload, std::chrono::milliseconds timeout);
+
+    //! Ends every wait, for shutting down.
+    void stop();
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::list<SubscriptionPtr> m_subscriptions;
+    bool m_stopped = false;
+};

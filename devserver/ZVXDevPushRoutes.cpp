@@ -1,0 +1,72 @@
+#include "ZVXDevPushRoutes.h"
+
+#include "ZVXDevPushHub.h"
+#include "ZVXDevServices.h"
+#include "ZVXDevStorage.h"
+#include "ZVXJSON.h"
+
+namespace ZVXDevPushRoutes {
+
+namespace {
+
+constexpr std::chrono::seconds KeepAliveInterval{15};
+
+bool write(httplib::DataSink &sink, const QByteArray &text)
+{
+    return sink.write(text.constData(), size_t(text.size()));
+}
+
+QByteArray event(const QVariantMap &payload)
+{
+    const QString uuid
+        = payload.value(QStringLiteral("appdata")).toMap().value(QStringLiteral("uuid")).toString();
+    return "id: " + uuid.toUtf8() + "\ndata: " + ZVXJSON::serialize(payload).value_or("{}")
+        + "\n\n";
+}
+
+void stream(const ZVXDevServices &services, httplib::Response &res, const ZVXDevIdentity &identity)
+{
+    const std::optional<ZVXDevUser> user = services.storage.findUser(identity);
+    if (!user || !services.storage.hasDevice(user->id, identity.installationId)) {
+        ZVXDevHttp::replyError(res, 404, QStringLiteral("this device has not registered"));
+        return;
+    }
+    ZVXDevPushHub &hub = services.push;
+    const ZVXDevPushHub::SubscriptionPtr subscription
+        = hub.subscribe(user->id, identity.installationId);
+    res.set_header("Cache-Control", "no-cache");
+    const auto provider
+        = [&hub, subscription, connected = false](size_t, httplib::DataSink &sink) mutable {
+              if (!connected) {
+                  connected = true;
+                  return write(sink, ": connected\n\n");
+              }
+              QVariantMap payload;
+              switch (hub.next(*subscription, &payload, KeepAliveInterval)) {
+              case ZVXDevPushHub::Wait::Payload:
+                  return write(sink, event(payload));
+              case ZVXDevPushHub::Wait::Idle:
+                  return write(sink, ": keep-alive\n\n");
+              case ZVXDevPushHub::Wait::Stopped:
+                  sink.done();
+                  return true;
+              }
+              return false;
+          };
+    res.set_chunked_content_provider("text/event-stream", provider,
+                                     [&hub, subscription](bool) { hub.unsubscribe(subscription); });
+}
+
+} // namespace
+
+void install(httplib::Server &server, const ZVXDevServices &services)
+{
+    server.Get("/api/1.0/push",
+               authenticated(services, true,
+                             [&services](const httplib::Request &, httplib::Response &res,
+                                         const ZVXDevIdentity &identity) {
+                                 stream(services, res, identity);
+                             }));
+}
+
+} // namespace ZVXDevPushRoutes

@@ -1,0 +1,189 @@
+#include "ZVXDevServer.h"
+
+#include "ZVXDevAdminRoutes.h"
+#include "ZVXDevApiRoutes.h"
+#include "ZVXDevCertificates.h"
+#include "ZVXDevConnections.h"
+#include "ZVXDevConsoleRoutes.h"
+#include "ZVXDevFaults.h"
+#include "ZVXDevFileRoutes.h"
+#include "ZVXDevLog.h"
+#include "ZVXDevMultipart.h"
+#include "ZVXDevOptions.h"
+#include "ZVXDevPushHub.h"
+#include "ZVXDevPushRoutes.h"
+#include "ZVXDevTiles.h"
+
+#include <QHostAddress>
+
+#include <chrono>
+
+using ZVXDevHttp::text;
+
+namespace {
+
+thread_local std::chrono::steady_clock::time_point requestStart;
+
+// Marks answers made by a fault, which must reach the client exactly as asked.
+constexpr const char *FaultHeader = "X-Zuvero-Fault";
+
+httplib::Server::HandlerResponse applyFault(const ZVXDevFaults::Fault &fault,
+                                            httplib::Response &res)
+{
+    if (fault.delay.count() > 0)
+        std::this_thread::sleep_for(fault.delay);
+    switch (fault.kind) {
+    case ZVXDevFaults::Kind::Delay:
+        return httplib::Server::HandlerResponse::Unhandled;
+    case ZVXDevFaults::Kind::Drop:
+        ZVXDevConnections::dropCurrent();
+        break;
+    case ZVXDevFaults::Kind::Status:
+    case ZVXDevFaults::Kind::NonJSON:
+    case ZVXDevFaults::Kind::Empty:
+        res.status = fault.status;
+        res.set_header(FaultHeader, "1");
+        // The request's body is left unread, so the connection cannot carry another request.
+        res.set_header("Connection", "close");
+        if (!fault.body.isEmpty())
+            res.set_content(fault.body.constData(), size_t(fault.body.size()),
+                            fault.contentType.constData());
+        break;
+    }
+    return httplib::Server::HandlerResponse::Handled;
+}
+
+QString statusReason(int status)
+{
+    switch (status) {
+    case 400:
+        return QStringLiteral("bad request");
+    case 404:
+        return QStringLiteral("not found");
+    case 413:
+        return QStringLiteral("request body too large");
+    case 414:
+        return QStringLiteral("request target too long");
+    case 416:
+        return QStringLiteral("range not satisfiable");
+    default:
+        return QStringLiteral("HTTP status %1").arg(status);
+    }
+}
+
+} // namespace
+
+ZVXDevServer::ZVXDevServer(ZVXDevServices &services, const ZVXDevCertificates &certificates)
+    : m_services(services)
+    , m_server(std::make_unique<httplib::SSLServer>([&certificates](SSL_CTX &context) {
+        ZVXDevConnections::track(context);
+        return certificates.apply(context);
+    }))
+{
+    const ZVXDevOptions &options = services.options;
+    const int threads = options.threads;
+    m_server->new_task_queue = [threads] { return new httplib::ThreadPool(size_t(threads)); };
+    m_server->set_tcp_nodelay(options.tcpNoDelay);
+    m_server->set_payload_max_length(size_t(options.maxUploadBytes));
+    m_server->set_keep_alive_max_count(1000);
+    installHooks();
+    ZVXDevApiRoutes::install(*m_server, services);
+    ZVXDevFileRoutes::install(*m_server, services);
+    ZVXDevPushRoutes::install(*m_server, services);
+    ZVXDevConsoleRoutes::install(*m_server, services);
+    ZVXDevTiles::install(*m_server);
+    if (options.admin)
+        ZVXDevAdminRoutes::install(*m_server, services);
+}
+
+ZVXDevServer::~ZVXDevServer()
+{
+    stop();
+}
+
+void ZVXDevServer::installHooks()
+{
+    ZVXDevFaults &faults = m_services.faults;
+    m_server->set_pre_routing_handler(
+        [&faults](const httplib::Request &req, httplib::Response &res) {
+            requestStart = std::chrono::steady_clock::now();
+            ZVXDevMultipart::takeRaw(req);
+            const QString method = text(req.method);
+            const QString path = text(req.path);
+            if (path.startsWith(QLatin1String("/admin/")))
+                return httplib::Server::HandlerResponse::Unhandled;
+            faults.count(method, path);
+            if (const std::optional<ZVXDevFaults::Fault> fault = faults.take(method, path))
+                return applyFault(*fault, res);
+            return httplib::Server::HandlerResponse::Unhandled;
+        });
+    // Errors found by the library itself (no route, a body too large, a malformed
+    // request) come without a body: give them the JSON form clients read.
+    m_server->set_error_handler([](const httplib::Request &, httplib::Response &res) {
+        if (!res.body.empty() || res.has_header(FaultHeader))
+            return;
+        ZVXDevHttp::replyError(
+            res, res.status, statusReason(res.status),
+            res.status == 413 ? QStringLiteral("The message is too large to send.") : QString());
+    });
+    m_server->set_exception_handler(
+        [](const httplib::Request &req, httplib::Response &res, std::exception_ptr exception) {
+            QString what = QStringLiteral("unknown error");
+            try {
+                std::rethrow_exception(exception);
+            } catch (const std::exception &e) {
+                what = QString::fromUtf8(e.what());
+            } catch (...) { }
+            ZVXDevLog::line(
+                QStringLiteral("error in %1 %2: %3").arg(text(req.method), text(req.path), what));
+            ZVXDevHttp::replyError(res, 500, what, QStringLiteral("The server could not do that."));
+        });
+    m_server->set_logger([](const httplib::Request &req, const httplib::Response &res) {
+        const auto elapsed = std::chrono::steady_clock::now() - requestStart;
+        ZVXDevLog::line(
+            QStringLiteral("%1 %2 %3 %4 %5 B %6 ms")
+                .arg(text(req.remote_addr), text(req.method), ZVXDevHttp::loggableTarget(req))
+                .arg(res.status)
+                .arg(res.body.size())
+                .arg(std::chrono::duration<double, std::milli>(elapsed).count(), 0, 'f', 1));
+    });
+}
+
+int ZVXDevServer::start(QString *error)
+{
+    const ZVXDevOptions &options = m_services.options;
+    if (!m_server->is_valid()) {
+        *error = QStringLiteral("cannot set up TLS with the server certificate");
+        return 0;
+    }
+    const std::string address = ZVXDevHttp::bytes(options.bindAddress);
+    int port = options.port;
+    if (port == 0)
+        port = m_server->bind_to_any_port(address);
+    else if (!m_server->bind_to_port(address, port))
+        port = -1;
+    if (port <= 0) {
+        *error = QStringLiteral("cannot listen on %1 port %2")
+                     .arg(options.bindAddress)
+                     .arg(options.port);
+        return 0;
+    }
+    QString host = options.bindAddress;
+    if (QHostAddress(host).protocol() == QAbstractSocket::IPv6Protocol)
+        host = QLatin1Char('[') + host + QLatin1Char(']');
+    m_services.origin = QStringLiteral("https://%1:%2").arg(host).arg(port);
+    m_thread = std::thread([this] { m_server->listen_after_bind(); });
+    return port;
+}
+
+void ZVXDevServer::stop()
+{
+    if (!m_thread.joinable())
+        return;
+    // Streams wait for payloads; wake them so their threads can finish.
+    m_services.push.stop();
+    m_server->stop();
+    // Idle keep-alive connections would hold their threads until the clients let go.
+    ZVXDevConnections::closeAll();
+    m_thread.join();
+}

@@ -1,0 +1,73 @@
+#pragma once
+
+#include "ZVXDevRecords.h"
+
+#include <QStringList>
+
+#include <functional>
+#include <mutex>
+
+struct sqlite3;
+
+/*!
+    The server's SQLite database. One connection serves every thread, one
+    call at a time; each call is one transaction, so data survives a crash
+    or a restart whole.
+*/
+class ZVXDevStorage
+{
+public:
+    ZVXDevStorage() = default;
+    ~ZVXDevStorage();
+    ZVXDevStorage(const ZVXDevStorage &) = delete;
+    ZVXDevStorage &operator=(const ZVXDevStorage &) = delete;
+
+    //! Opens (or creates) the database at \a path; false with \a error.
+    bool open(const QString &path, QString *error);
+
+    //! The user \a identity names, created or updated with its name and extra claims.
+    ZVXDevUser userFor(const ZVXDevIdentity &identity);
+    //! The user \a identity names, if it has been seen before.
+    std::optional<ZVXDevUser> findUser(const ZVXDevIdentity &identity);
+    std::optional<ZVXDevUser> user(qint64 id);
+
+    //! Records \a device for \a user, replacing what the installation registered before.
+    void registerDevice(qint64 user, const ZVXDevDevice &device);
+    bool hasDevice(qint64 user, const QString &installationId);
+
+    enum class Insert {
+        Stored,
+        //! The same user sent this uuid before: nothing changed.
+        Duplicate,
+        //! The uuid (of the message or of an attachment) belongs to someone else.
+        Conflict,
+    };
+    /*!
+        Stores \a message unless its uuid is known. \a commitFiles runs inside
+        the transaction once the rows are in, and its failure undoes them.
+    */
+    Insert insertMessage(const ZVXDevMessageRecord &message,
+                         const std::function<bool()> &commitFiles = {});
+
+    ZVXDevMessagePage messages(qint64 user, const ZVXDevMessageQuery &query);
+    //! Agent and system messages the user has not seen.
+    int unreadCount(qint64 user);
+    //! Marks those of \a uuids that are agent or system messages of \a user as seen.
+    void markReadByUser(qint64 user, const QStringList &uuids);
+    //! Marks every message of \a user as seen by the agents.
+    void markReadByAgent(qint64 user);
+
+    std::optional<ZVXDevAttachmentRecord> attachment(const QString &uuid);
+
+    //! Every conversation, the most recently active first.
+    QList<ZVXDevConversationSummary> conversations();
+
+private:
+    class Statement;
+    bool execute(const char *sql);
+    QList<ZVXDevMessageRecord> readMessages(Statement &statement);
+    void loadAttachments(QList<ZVXDevMessageRecord> &messages);
+
+    std::mutex m_mutex;
+    sqlite3 *m_db = nullptr;
+};

@@ -1,0 +1,129 @@
+// zuvero-devserver: a real local chat server for development, demos and tests.
+
+#include "ZVXDevAuth.h"
+#include "ZVXDevBot.h"
+#include "ZVXDevCertificates.h"
+#include "ZVXDevConversations.h"
+#include "ZVXDevFaults.h"
+#include "ZVXDevFiles.h"
+#include "ZVXDevLog.h"
+#include "ZVXDevOptions.h"
+#include "ZVXDevPushHub.h"
+#include "ZVXDevServer.h"
+#include "ZVXDevStorage.h"
+#include "ZVXDevTiles.h"
+
+#include <QDir>
+#include <QGuiApplication>
+#include <QSocketNotifier>
+
+#include <csignal>
+#include <cstdio>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+namespace {
+
+void print(const QString &line)
+{
+    std::fputs(qPrintable(QStringLiteral("zuvero-devserver: ") + line + QLatin1Char('\n')), stdout);
+    std::fflush(stdout);
+}
+
+int fail(const QString &message)
+{
+    std::fputs(qPrintable(QStringLiteral("zuvero-devserver: ") + message + QLatin1Char('\n')),
+               stderr);
+    return 1;
+}
+
+/*
+    SIGINT and SIGTERM end the server cleanly; they are read from a signalfd
+    on the main thread. They must be blocked before any thread starts, so
+    that every thread inherits the mask.
+*/
+int blockTerminationSignals()
+{
+    sigset_t mask;
+    sigemptyset(&mask);
+    sigaddset(&mask, SIGINT);
+    sigaddset(&mask, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &mask, nullptr);
+    // Writing to a connection the client has closed must not end the process.
+    std::signal(SIGPIPE, SIG_IGN);
+    return signalfd(-1, &mask, SFD_CLOEXEC | SFD_NONBLOCK);
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    const int signalFd = blockTerminationSignals();
+    // Tiles are drawn with fonts, which need a GUI application but no display.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QGuiApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("zuvero-devserver"));
+
+    QString error;
+    bool helpShown = false;
+    const std::optional<ZVXDevOptions> options
+        = ZVXDevOptions::parse(QCoreApplication::arguments(), &error, &helpShown);
+    if (!options) {
+        if (helpShown) {
+            std::fputs(qPrintable(error), stdout);
+            return 0;
+        }
+        return fail(error + QStringLiteral("\n(see --help)"));
+    }
+    const QString data = QDir(options->dataDirectory).absolutePath();
+    if (!QDir().mkpath(data))
+        return fail(QStringLiteral("cannot create the data directory %1").arg(data));
+
+    ZVXDevCertificates certificates(data + QStringLiteral("/tls"));
+    if (!certificates.prepare(options->bindAddress, &error))
+        return fail(error);
+    ZVXDevStorage storage;
+    if (!storage.open(data + QStringLiteral("/devserver.sqlite"), &error))
+        return fail(error);
+    ZVXDevFiles files(data + QStringLiteral("/files"));
+    if (!files.prepare(&error))
+        return fail(error);
+    // Fonts load on first use; do it now rather than in the first request for a tile.
+    ZVXDevTiles::render(0, 0, 0);
+
+    ZVXDevAuth auth(*options);
+    ZVXDevPushHub push;
+    ZVXDevFaults faults;
+    ZVXDevConversations conversations(storage, files, push);
+    std::unique_ptr<ZVXDevBot> bot;
+    if (options->bot)
+        bot = std::make_unique<ZVXDevBot>(conversations, options->agentName, options->botDelay);
+    ZVXDevServices services{*options, auth, storage, files, conversations, push, faults, {}};
+    ZVXDevServer server(services, certificates);
+    const int port = server.start(&error);
+    if (!port)
+        return fail(error);
+
+    if (certificates.createdAuthority())
+        print(QStringLiteral("created a new certificate authority"));
+    print(QStringLiteral("certificate authority: %1").arg(certificates.authorityPath()));
+    print(QStringLiteral("data: %1").arg(data));
+    if (!options->apiSecret && !options->open)
+        print(QStringLiteral("no --api-secret: token signatures are not checked, only their "
+                             "apiKey"));
+    print(QStringLiteral("console: %1/console").arg(services.origin));
+    print(QStringLiteral("listening on %1").arg(services.origin));
+
+    QSocketNotifier terminate(signalFd, QSocketNotifier::Read);
+    QObject::connect(&terminate, &QSocketNotifier::activated, &app, [signalFd] {
+        signalfd_siginfo info;
+        if (read(signalFd, &info, sizeof info) > 0)
+            QCoreApplication::quit();
+    });
+    const int status = QCoreApplication::exec();
+    ZVXDevLog::line(QStringLiteral("stopping"));
+    server.stop();
+    close(signalFd);
+    return status;
+}

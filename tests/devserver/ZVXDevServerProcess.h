@@ -1,0 +1,101 @@
+#pragma once
+
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QProcess>
+#include <QSslCertificate>
+#include <QTemporaryDir>
+#include <QVariantMap>
+
+#include <memory>
+
+/*!
+    A zuvero-devserver process on a free port of 127.0.0.1, with its data in
+    a temporary directory (kept across restart()).
+*/
+class ZVXDevServerProcess
+{
+public:
+    ZVXDevServerProcess();
+    ~ZVXDevServerProcess();
+
+    //! Starts the server with \a arguments; false when it did not come up.
+    bool start(const QStringList &arguments);
+    //! Stops it with SIGTERM; true when it ended cleanly.
+    bool stop();
+    bool restart() { return stop() && start(m_arguments); }
+
+    QString origin() const { return m_origin; }
+    QString authorityPath() const { return m_authorityPath; }
+    QString dataDirectory() const { return m_data.path(); }
+
+private:
+    QTemporaryDir m_data;
+    QProcess m_process;
+    QStringList m_arguments;
+    QString m_origin;
+    QString m_authorityPath;
+};
+
+//! A reply read whole.
+struct ZVXDevReply
+{
+    QNetworkReply::NetworkError error = QNetworkReply::NoError;
+    int status = 0;
+    QByteArray body;
+    QByteArray contentType;
+    QVariantMap json() const;
+};
+
+/*!
+    A client of the server with verification on, trusting only the server's
+    own authority, speaking as one user (the token it was given).
+*/
+class ZVXDevClient
+{
+public:
+    ZVXDevClient(const ZVXDevServerProcess &server, const QString &token);
+
+    QNetworkAccessManager &manager() { return m_manager; }
+    QNetworkRequest request(const QString &pathOrURL) const;
+    static ZVXDevReply wait(QNetworkReply *reply);
+
+    ZVXDevReply get(const QString &path);
+    ZVXDevReply post(const QString &path, const QByteArray &body,
+                     const QByteArray &contentType = "application/json");
+    ZVXDevReply postJSON(const QString &path, const QVariantMap &object);
+
+    struct File
+    {
+        QString uuid;
+        QByteArray contentType;
+        QByteArray bytes;
+    };
+    //! Sends \a message with \a files as the library uploads them (ZVXMultipart).
+    ZVXDevReply send(const QVariantMap &message, const QList<File> &files = {});
+    static QByteArray multipartBody(const QVariantMap &message, const QList<File> &files);
+
+    //! The console's id of the conversation whose \a key ("userId", "installationId") is \a value.
+    qint64 conversationId(const QString &key, const QString &value);
+    //! An agent's reply from the console to the conversation \a id.
+    ZVXDevReply agentReply(qint64 id, const QString &text);
+
+    QString token;
+
+private:
+    QString m_origin;
+    QSslConfiguration m_ssl;
+    QNetworkAccessManager m_manager;
+};
+
+//! A token signed with \a secret (HS256 unless \a algorithm says otherwise).
+QString ZVXDevSign(const QVariantMap &claims, const QByteArray &secret,
+                   const QString &algorithm = QStringLiteral("HS256"));
+
+//! curl with the server's authority; its standard output, or nothing when it failed.
+struct ZVXDevCurl
+{
+    int exitCode = -1;
+    QByteArray output;
+};
+ZVXDevCurl ZVXDevRunCurl(const ZVXDevServerProcess &server, const QStringList &arguments);

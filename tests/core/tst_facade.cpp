@@ -1,11 +1,15 @@
 #include "ZVXJWT.h"
+#include "ZVXLogCapture.h"
 #include "ZVXManualClock.h"
 #include "ZVXTemporaryUserDefaults.h"
 #include "Zuvero.h"
 #include "ZuveroApplication.h"
+#include "ZuveroConnection_p.h"
 #include "ZuveroData.h"
 #include "ZuveroException.h"
 
+#include <QDir>
+#include <QStandardPaths>
 #include <QTest>
 
 #include <thread>
@@ -32,6 +36,8 @@ private Q_SLOTS:
     void unreadCountWaitsWhileTheChatShows();
     void networkActivityBursts();
     void copiesStartSomeSettingsAfresh();
+    void requestsAndBodies();
+    void oldCacheFilesAreRemoved();
     void attachmentSwitches();
 
 private:
@@ -169,6 +175,65 @@ void TestFacade::copiesStartSomeSettingsAfresh()
     QVERIFY(copy->updateAppBadgeNumber());
     QCOMPARE(copy->pollingInterval(), 5.0);
     QVERIFY(!copy->messageContextInfo());
+}
+
+void TestFacade::requestsAndBodies()
+{
+    std::unique_ptr<Zuvero> keyed(Zuvero::initWithApiKey(QStringLiteral("k"), ClosedHost, {}));
+    ZuveroConnectionPrivate *connection = ZuveroConnectionPrivate::get(keyed->connection());
+    // Without a token there is no token header at all, and file URLs stay as they are.
+    ZVXURLRequest request = connection->requestWithPath(QStringLiteral("/status"));
+    QCOMPARE(request.url().toString(), QStringLiteral("https://127.0.0.1:9/api/1.0/status"));
+    QList<QByteArray> names;
+    for (const auto &[name, value] : request.allHTTPHeaderFields())
+        names << name;
+    QCOMPARE(names.join(' '),
+             QByteArray("Accept-Encoding Accept-Language Accept Accept-Charset Content-Type "
+                        "X-Zuvero-Platform X-Zuvero-Sdk-Version"));
+    const QUrl file(QStringLiteral("https://files.example.com/a.png?a=1"));
+    QCOMPARE(connection->cacheableRequestWithURL(file)->url(), file);
+    QVERIFY(!connection->cacheableRequestWithURL(QUrl()));
+
+    std::unique_ptr<Zuvero> signing(Zuvero::initWithApiSecret(Secret, ClosedHost, {}));
+    connection = ZuveroConnectionPrivate::get(signing->connection());
+    const QString token = *signing->jwt();
+    QCOMPARE(
+        connection->requestWithPath(QStringLiteral("/status")).valueForHTTPHeaderField("X-ZVL-JWT"),
+        token.toUtf8());
+    const ZVXURLRequest fileRequest = *connection->cacheableRequestWithURL(file);
+    QCOMPARE(fileRequest.url().query(QUrl::FullyEncoded), QStringLiteral("a=1&jwt=") + token);
+    QVERIFY(fileRequest.valueForHTTPHeaderField("X-ZVL-JWT").isEmpty());
+
+    // The listing keeps its trailing "&"; the read mark names the latest whole second.
+    QCOMPARE(ZuveroConnectionPrivate::messagesPath({}, {}, 0), QStringLiteral("/messages?"));
+    QCOMPARE(
+        ZuveroConnectionPrivate::messagesPath(QDateTime::fromSecsSinceEpoch(10, Qt::UTC), {}, 0),
+        QStringLiteral("/messages?since=10&"));
+    auto late = ZuveroChatMessage::init(), early = ZuveroChatMessage::init();
+    late->setDate(QDateTime::fromMSecsSinceEpoch(1000900, Qt::UTC));
+    early->setDate(QDateTime::fromMSecsSinceEpoch(999000, Qt::UTC));
+    const QVariantMap mark = ZuveroConnectionPrivate::markBody({early, late});
+    QCOMPARE(mark.value(QStringLiteral("lastReadMessageDate")).toLongLong(), 1000);
+    QCOMPARE(mark.value(QStringLiteral("readMessageUUIDs")).toList().size(), 2);
+}
+
+void TestFacade::oldCacheFilesAreRemoved()
+{
+    const QDir cache(QStandardPaths::writableLocation(QStandardPaths::CacheLocation));
+    QVERIFY(cache.mkpath(QStringLiteral("ZVXFileCache/inner")));
+    QVERIFY(cache.mkpath(QStringLiteral("keep")));
+    for (const char *name :
+         {"ZVXFileCache/inner/blob", "keep/ZVXCachedMessages-42.plist", "keep/mine.txt"}) {
+        QFile file(cache.filePath(QLatin1String(name)));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+    }
+    ZVXLogCapture log;
+    std::unique_ptr<Zuvero> zuvero(Zuvero::initWithApiKey(QStringLiteral("k"), ClosedHost, {}));
+    QVERIFY(!cache.exists(QStringLiteral("ZVXFileCache")));
+    QVERIFY(!cache.exists(QStringLiteral("keep/ZVXCachedMessages-42.plist")));
+    QVERIFY(cache.exists(QStringLiteral("keep/mine.txt")));
+    QCOMPARE(log.lines().filter(QStringLiteral("ZVX: Cache file deleted : ")).size(), 2);
+    QDir(cache.filePath(QStringLiteral("keep"))).removeRecursively();
 }
 
 void TestFacade::attachmentSwitches()

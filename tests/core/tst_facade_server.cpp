@@ -1,0 +1,479 @@
+#include "ZVXDevServerProcess.h"
+#include "ZVXJSON.h"
+#include "ZVXLogCapture.h"
+#include "ZVXManualClock.h"
+#include "ZVXReachability.h"
+#include "ZVXTemporaryUserDefaults.h"
+#include "Zuvero.h"
+#include "ZuveroCertificateAuthorities.h"
+
+#include <QFile>
+#include <QNetworkReply>
+#include <QTest>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+const QString SecretHex = QStringLiteral("0a1b2c3d4e5f60718293a4b5c6d7e8f9");
+constexpr quint32 Online = ZVXReachabilityFlags::Reachable;
+
+QVariantMap payload(const char *json)
+{
+    return ZVXJSON::parse(QByteArray(json)).value_or(QVariant()).toMap();
+}
+
+} // namespace
+
+class TestFacadeServer : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void conversationEndToEnd();
+    void registrationsMerge();
+    void queuedWhileOfflineSentInOrder();
+    void retriesCountServerRefusalsOnly();
+    void replyChecks_data();
+    void replyChecks();
+    void pushPayloads();
+
+private:
+    //! A facade for a user of its own, on the test server.
+    std::unique_ptr<Zuvero> facade(const QString &user, const Zuvero::DelegatePtr &delegate = {});
+    void addFault(const QVariantMap &fault);
+    qint64 counter(const QString &request);
+    ZuveroChatMessageList listing(Zuvero *zuvero);
+
+    ZVXDevServerProcess m_server;
+    std::unique_ptr<ZVXDevClient> m_admin;
+    std::unique_ptr<ZVXTemporaryUserDefaults> m_defaults;
+    std::shared_ptr<ZVXSettableReachabilitySource> m_network;
+    std::unique_ptr<ZVXManualClock> m_clock;
+};
+
+void TestFacadeServer::initTestCase()
+{
+    QVERIFY(m_server.start({QStringLiteral("--api-secret"), SecretHex, QStringLiteral("--admin")}));
+    QFile authority(m_server.authorityPath());
+    QVERIFY(authority.open(QIODevice::ReadOnly));
+    QCOMPARE(ZuveroAddTrustedCertificateAuthorities(authority.readAll()), 1);
+    m_admin = std::make_unique<ZVXDevClient>(
+        m_server,
+        ZVXDevSign({{QStringLiteral("installationId"), QStringLiteral("admin")}},
+                   QByteArray::fromHex(SecretHex.toLatin1())));
+    // The tests say when the network is there.
+    m_network = std::make_shared<ZVXSettableReachabilitySource>(Online);
+    ZVXReachability::setSourceFactory([this](const QHostAddress &) { return m_network; });
+}
+
+void TestFacadeServer::init()
+{
+    m_defaults = std::make_unique<ZVXTemporaryUserDefaults>();
+    m_clock = std::make_unique<ZVXManualClock>(QDateTime::currentDateTimeUtc());
+    m_network->setFlags(Online);
+    QCOMPARE(m_admin
+                 ->wait(m_admin->manager().deleteResource(
+                     m_admin->request(QStringLiteral("/admin/faults"))))
+                 .status,
+             200);
+    QCOMPARE(m_admin
+                 ->wait(m_admin->manager().deleteResource(
+                     m_admin->request(QStringLiteral("/admin/counters"))))
+                 .status,
+             200);
+}
+
+void TestFacadeServer::cleanup()
+{
+    m_clock.reset();
+    m_defaults.reset();
+}
+
+std::unique_ptr<Zuvero> TestFacadeServer::facade(const QString &user,
+                                                 const Zuvero::DelegatePtr &delegate)
+{
+    const QString host = QUrl(m_server.origin()).authority();
+    std::unique_ptr<Zuvero> zuvero(Zuvero::initWithApiSecret(SecretHex, host, delegate));
+    zuvero->setUserIdentifier(
+        QStringLiteral("%1-%2").arg(user, QString::number(quintptr(zuvero.get()), 16)));
+    return zuvero;
+}
+
+void TestFacadeServer::addFault(const QVariantMap &fault)
+{
+    QCOMPARE(m_admin->postJSON(QStringLiteral("/admin/faults"), fault).status, 200);
+}
+
+qint64 TestFacadeServer::counter(const QString &request)
+{
+    return m_admin->get(QStringLiteral("/admin/counters"))
+        .json()
+        .value(QStringLiteral("counters"))
+        .toMap()
+        .value(request)
+        .toLongLong();
+}
+
+ZuveroChatMessageList TestFacadeServer::listing(Zuvero *zuvero)
+{
+    std::optional<ZuveroChatMessageList> result;
+    bool done = false;
+    zuvero->connection()->loadMessageSinceDate(
+        QDateTime(), 50,
+        [&](const std::optional<ZuveroChatMessageList> &messages, bool, const ZuveroError &) {
+            result = messages;
+            done = true;
+        });
+    if (!QTest::qWaitFor([&] { return done; }, 10000))
+        return {};
+    return result.value_or(ZuveroChatMessageList());
+}
+
+void TestFacadeServer::conversationEndToEnd()
+{
+    auto zuvero = facade(QStringLiteral("e2e"));
+    bool registered = false;
+    zuvero->registerIfNeeded([&](bool success, const ZuveroError &error) {
+        QVERIFY2(success, qPrintable(error.localizedDescription()));
+        registered = true;
+    });
+    QTRY_VERIFY(registered);
+
+    // A message with a picture goes up as a multipart body and comes back with its files.
+    QImage picture(64, 48, QImage::Format_RGB32);
+    picture.fill(Qt::darkCyan);
+    auto message = ZuveroChatMessage::initWithText(
+        QStringLiteral("Grüße ✓"),
+        ZuveroChatAttachment::initWithImage(ZuveroImage::initWithImage(picture)));
+    QList<double> uploads;
+    bool sent = false;
+    zuvero->connection()->sendChatMessage(
+        message,
+        [&](bool success, const ZuveroError &error) {
+            QVERIFY2(success, qPrintable(error.localizedDescription()));
+            sent = true;
+        },
+        [&](double upload, double) { uploads << upload; });
+    QTRY_VERIFY(sent);
+    QCOMPARE(uploads.last(), 1.0);
+
+    const ZuveroChatMessageList messages = listing(zuvero.get());
+    QCOMPARE(messages.size(), 1);
+    QCOMPARE(messages.first()->uuid(), message->uuid());
+    QCOMPARE(messages.first()->text(), QStringLiteral("Grüße ✓"));
+    const ZuveroChatAttachmentPtr attachment = messages.first()->attachments()->first();
+    QVERIFY(attachment->dataURL().scheme() == QLatin1String("https") && attachment->isImage());
+
+    // An agent answers; the unread count rises, and falls again once the answer is marked read.
+    QCOMPARE(m_admin
+                 ->agentReply(
+                     m_admin->conversationId(QStringLiteral("userId"), *zuvero->userIdentifier()),
+                     QStringLiteral("Hello!"))
+                 .status,
+             200);
+    qint64 count = -1;
+    zuvero->fetchUnreadCountWithCompletionHandler(
+        [&](qint64 unread, const ZuveroError &) { count = unread; });
+    QTRY_COMPARE(count, 1);
+    QCOMPARE(zuvero->unreadCount(), 1);
+    const ZuveroChatMessageList withAnswer = listing(zuvero.get());
+    QCOMPARE(withAnswer.size(), 2);
+    QVERIFY(withAnswer.last()->isAgentMessage());
+    bool marked = false;
+    zuvero->connection()->markReadMessages(
+        {withAnswer.last()}, [&](bool success, const ZuveroError &) { marked = success; });
+    QTRY_VERIFY(marked);
+    QCOMPARE(zuvero->unreadCount(), 0);
+}
+
+void TestFacadeServer::registrationsMerge()
+{
+    auto zuvero = facade(QStringLiteral("merge"));
+    QTRY_COMPARE(counter(QStringLiteral("POST /api/1.0/register")), 1); // the identity's own
+    QTRY_VERIFY(!zuvero->needsRegistration());
+
+    // Without completions, calls in one turn of the event loop make one request: the last.
+    for (int i = 0; i < 3; ++i) {
+        zuvero->setNeedsRegistration(true);
+        zuvero->registerIfNeeded();
+    }
+    QTRY_COMPARE(counter(QStringLiteral("POST /api/1.0/register")), 2);
+    // With completions, each goes out.
+    int answered = 0;
+    for (int i = 0; i < 3; ++i) {
+        zuvero->setNeedsRegistration(true);
+        zuvero->registerIfNeeded([&](bool success, const ZuveroError &) { answered += success; });
+    }
+    QTRY_COMPARE(answered, 3);
+    QCOMPARE(counter(QStringLiteral("POST /api/1.0/register")), 5);
+}
+
+void TestFacadeServer::queuedWhileOfflineSentInOrder()
+{
+    auto zuvero = facade(QStringLiteral("offline"));
+    QTRY_VERIFY(!zuvero->needsRegistration());
+    m_network->setFlags(0);
+    QList<ZuveroChatMessagePtr> finished;
+    int progress = 0;
+    auto finish = ZuveroNotificationCenter::defaultCenter()->addObserver(
+        ZuveroChatDidFinishSendingOfflineMessagesNotification, zuvero.get(),
+        [&](const ZuveroNotification &n) {
+            finished << n.userInfo().value(QStringLiteral("message")).value<ZuveroChatMessagePtr>();
+        });
+    auto uploads = ZuveroNotificationCenter::defaultCenter()->addObserver(
+        ZuveroChatOfflineMessageUploadProgressNotification, zuvero.get(),
+        [&](const ZuveroNotification &) { ++progress; });
+
+    bool accepted = false;
+    zuvero->postMessage(QStringLiteral("one"),
+                        [&](bool success, const ZuveroError &) { accepted = success; });
+    QVERIFY(accepted); // told at once, though nothing can be sent
+    zuvero->sendMessage(QStringLiteral("two"));
+    zuvero->sendMessage(QStringLiteral("   ")); // blank: nothing
+    zuvero->sendMessage(QStringLiteral("three"));
+    QTRY_COMPARE(zuvero->offlineMessages().size(), 3);
+    QVERIFY(zuvero->offlineMessages().first()->isOffline());
+
+    // The network comes back: a second later one pass sends all three, oldest first.
+    m_network->setFlags(Online);
+    m_clock->advance(999ms);
+    QCOMPARE(counter(QStringLiteral("POST /api/1.0/messages")), 0);
+    m_clock->advance(1ms);
+    QTRY_VERIFY(zuvero->offlineMessages().isEmpty());
+    QVERIFY(finished.isEmpty());
+    m_clock->advance(200ms);
+    QCOMPARE(finished.size(), 1);
+    QCOMPARE(finished.first()->text(), QStringLiteral("three"));
+    QVERIFY(progress >= 3);
+
+    QStringList texts;
+    for (const auto &message : listing(zuvero.get()))
+        texts << message->text().value_or(QString());
+    QCOMPARE(texts.join(QLatin1Char(' ')), QStringLiteral("one two three"));
+}
+
+void TestFacadeServer::retriesCountServerRefusalsOnly()
+{
+    ZVXLogCapture log;
+    auto zuvero = facade(QStringLiteral("retries"));
+    QTRY_VERIFY(!zuvero->needsRegistration());
+    int passes = 0;
+    auto finish = ZuveroNotificationCenter::defaultCenter()->addObserver(
+        ZuveroChatDidFinishSendingOfflineMessagesNotification, zuvero.get(),
+        [&](const ZuveroNotification &) { ++passes; });
+    const auto runPass = [&] {
+        const int before = passes;
+        zuvero->sendOfflineMessages();
+        // The pass ends 0.2 s (on the test clock) after its last answer.
+        QTRY_VERIFY((m_clock->advance(20ms), passes > before));
+    };
+    const auto refuse = [&](int count) {
+        addFault({{QStringLiteral("path"), QStringLiteral("/api/1.0/messages")},
+                  {QStringLiteral("kind"), QStringLiteral("status")},
+                  {QStringLiteral("count"), count}});
+    };
+    const auto first = ZuveroChatMessage::initWithText(QStringLiteral("first"));
+    zuvero->addOfflineMessage(first);
+
+    // A dropped connection is no refusal: three refusals after it still leave the message queued.
+    addFault({{QStringLiteral("path"), QStringLiteral("/api/1.0/messages")},
+              {QStringLiteral("kind"), QStringLiteral("drop")},
+              {QStringLiteral("count"), 10}});
+    runPass();
+    m_admin->wait(
+        m_admin->manager().deleteResource(m_admin->request(QStringLiteral("/admin/faults"))));
+    refuse(3);
+    for (int i = 0; i < 3; ++i)
+        runPass();
+    QCOMPARE(zuvero->offlineMessages(), ZuveroChatMessageList{first});
+    QVERIFY(!first->isErrored());
+
+    // The fourth refusal gives it up: marked errored, a toast, out of the queue.
+    refuse(1);
+    runPass();
+    QVERIFY(first->isErrored());
+    QVERIFY(zuvero->offlineMessages().isEmpty());
+    QVERIFY(log.contains(
+        QStringLiteral("ZVX: ZuveroApplication: toast \"Error\": Could not send the message")));
+
+    // After a success, the next refusal gives its message up at once and the pass goes on.
+    const auto a = ZuveroChatMessage::initWithText(QStringLiteral("a"));
+    zuvero->addOfflineMessage(a);
+    runPass();
+    const auto b = ZuveroChatMessage::initWithText(QStringLiteral("b"));
+    const auto c = ZuveroChatMessage::initWithText(QStringLiteral("c"));
+    zuvero->addOfflineMessage(b);
+    zuvero->addOfflineMessage(b); // the same message twice is queued once
+    zuvero->addOfflineMessage(c);
+    QCOMPARE(zuvero->offlineMessages().size(), 2);
+    refuse(1);
+    runPass();
+    QVERIFY(b->isErrored() && !c->isErrored() && !c->isOffline());
+    QStringList texts;
+    for (const auto &message : listing(zuvero.get()))
+        texts << message->text().value_or(QString());
+    QCOMPARE(texts.join(QLatin1Char(' ')), QStringLiteral("a c"));
+}
+
+void TestFacadeServer::replyChecks_data()
+{
+    QTest::addColumn<QVariantMap>("fault");
+    QTest::addColumn<QString>("domain");
+    QTest::addColumn<qint64>("code"); // 0: any
+    QTest::addColumn<QString>("description");
+    QTest::addColumn<QString>("logged"); // the start of the line logged, if any
+
+    const QString json = QStringLiteral("com.zuvero.json");
+    auto fault = [](const char *kind, int status, const char *body = nullptr) {
+        QVariantMap f{{QStringLiteral("path"), QStringLiteral("/api/1.0/status")},
+                      {QStringLiteral("kind"), QString::fromLatin1(kind)},
+                      {QStringLiteral("status"), status}};
+        if (body)
+            f.insert(QStringLiteral("body"), QString::fromLatin1(body));
+        return f;
+    };
+    QTest::newRow("204 without a body")
+        << fault("empty", 204) << json << qint64(2) << QString()
+        << "ZVX: EXPECTED JSON, GOT THIS:  (<>) [http status code: 204]";
+    QTest::newRow("500 with an error") << fault("status", 500, R"({"error":"boom"})")
+                                       << QString(ZuveroErrorDomain) << qint64(500) << "boom"
+                                       << "ZVX: ZuveroConnection: received HTTP code 500: boom";
+    QTest::newRow("500 with both texts")
+        << fault("status", 503, R"({"localizedError":"A","error":"B"})")
+        << QString(ZuveroErrorDomain) << qint64(503) << "A"
+        << "ZVX: ZuveroConnection: received HTTP code 503: A";
+    QTest::newRow("500 with nothing")
+        << fault("status", 500, "{}") << QString(ZuveroErrorDomain) << qint64(500) << "Server Error"
+        << "ZVX: ZuveroConnection: received HTTP code 500: Server Error";
+    QTest::newRow("500 not JSON") << fault("nonJSON", 500) << json << qint64(2) << QString()
+                                  << "ZVX: EXPECTED JSON, GOT THIS: <html>";
+    QTest::newRow("200 not JSON") << fault("nonJSON", 200) << json << qint64(2) << QString()
+                                  << "ZVX: EXPECTED JSON, GOT THIS: <html>";
+    QVariantMap dropped = fault("drop", 500);
+    dropped.insert(QStringLiteral("count"), 10);
+    QTest::newRow("dropped connection")
+        << dropped << QStringLiteral("com.zuvero.url") << qint64(0) << QString() << QString();
+}
+
+void TestFacadeServer::replyChecks()
+{
+    QFETCH(QVariantMap, fault);
+    QFETCH(QString, domain);
+    QFETCH(qint64, code);
+    QFETCH(QString, description);
+    QFETCH(QString, logged);
+    auto zuvero = facade(QStringLiteral("checks"));
+    QTRY_VERIFY(!zuvero->needsRegistration());
+    addFault(fault);
+
+    ZVXLogCapture log;
+    std::optional<ZuveroError> failure;
+    qint64 count = 0;
+    zuvero->connection()->loadUserStatus([&](qint64 unread, const ZuveroError &error) {
+        count = unread;
+        failure = error;
+    });
+    QTRY_VERIFY(failure);
+    QCOMPARE(count, ZuveroNotFound);
+    QCOMPARE(failure->domain(), domain);
+    if (code)
+        QCOMPARE(failure->code(), code);
+    if (!description.isEmpty()) {
+        QCOMPARE(failure->localizedDescription(), description);
+        const QString debug = failure->userInfo().value(QStringLiteral("debugMessage")).toString();
+        QCOMPARE(debug,
+                 fault.value(QStringLiteral("body")).toString().contains(QLatin1String("\"error\""))
+                     ? (description == QLatin1String("A") ? QStringLiteral("B") : description)
+                     : QStringLiteral("unknown error from backend"));
+    }
+    const QStringList lines = log.lines();
+    if (logged.isEmpty())
+        QVERIFY2(lines.filter(QStringLiteral("EXPECTED")).isEmpty(), qPrintable(lines.join(u'\n')));
+    else
+        QVERIFY2(std::any_of(lines.cbegin(), lines.cend(),
+                             [&](const QString &l) { return l.startsWith(logged); }),
+                 qPrintable(lines.join(u'\n')));
+}
+
+void TestFacadeServer::pushPayloads()
+{
+    auto delegate = std::make_shared<ZuveroDelegate>();
+    int opened = 0;
+    bool allowBanner = true;
+    delegate->zuveroDisplayChatViewController = [&](Zuvero *) { ++opened; };
+    delegate->zuveroShouldDisplayNotificationWithText
+        = [&](Zuvero *, const QString &) { return allowBanner; };
+    auto zuvero = facade(QStringLiteral("push"), delegate);
+    QTRY_VERIFY(!zuvero->needsRegistration());
+    ZVXLogCapture log;
+
+    // Another service's, a newer format's, or another user's payload is not ours.
+    QVERIFY(!zuvero->consumeReceivedRemoteNotification(payload(R"({"aps": {"alert": "x"}})")));
+    QVERIFY(!zuvero->consumeReceivedRemoteNotification(
+        payload(R"({"zuvero": "2.0", "appdata": {"t": "m", "uuid": "1"}})")));
+    QVERIFY(!zuvero->consumeReceivedRemoteNotification(
+        payload(R"({"zuvero": "1.10", "badge": 9, "appdata": {"uid": "someone else"}})")));
+    QCOMPARE(zuvero->unreadCount(), 0);
+
+    // Within two seconds of the start, a push is the tap that opened the application: show the
+    // chat.
+    m_clock->advance(1s);
+    QVERIFY(zuvero->consumeReceivedRemoteNotification(payload(
+        R"({"aps": {"badge": 4, "alert": "Hi"}, "appdata": {"zuvero": "1.5", "t": "m", "uuid": "p1"}})")));
+    QCOMPARE(zuvero->unreadCount(), 4);
+    QCOMPARE(opened, 1);
+
+    // Later, it is a banner, unless the host declines it.
+    m_clock->advance(10s);
+    allowBanner = false;
+    QVERIFY(zuvero->consumeReceivedRemoteNotification(
+        payload(R"({"zuvero": "1", "alert": "Quiet", "appdata": {"t": "m", "uuid": "p2"}})")));
+    QVERIFY(log.lines().filter(QStringLiteral("new message")).isEmpty());
+    allowBanner = true;
+
+    // A real payload, from the server's push stream after an agent's answer.
+    const QByteArray token = QByteArray::fromHex("aabbccdd");
+    zuvero->setDeviceToken(token);
+    bool registered = false;
+    zuvero->setNeedsRegistration(true);
+    zuvero->registerIfNeeded([&](bool success, const ZuveroError &) { registered = success; });
+    QTRY_VERIFY(registered);
+    ZVXDevClient device(m_server, *zuvero->jwt());
+    QNetworkReply *stream = device.manager().get(device.request(QStringLiteral("/api/1.0/push")));
+    QByteArray events;
+    connect(stream, &QIODevice::readyRead, this, [&] { events += stream->readAll(); });
+    QTRY_VERIFY(events.contains(": connected"));
+    QCOMPARE(m_admin
+                 ->agentReply(
+                     m_admin->conversationId(QStringLiteral("userId"), *zuvero->userIdentifier()),
+                     QStringLiteral("An answer"))
+                 .status,
+             200);
+    QTRY_VERIFY(events.contains("\ndata: "));
+    const qsizetype start = events.indexOf("\ndata: ") + 7;
+    const QVariantMap pushed
+        = payload(events.mid(start, events.indexOf('\n', start) - start).constData());
+    stream->abort();
+    QVERIFY(zuvero->consumeReceivedRemoteNotification(pushed));
+    QCOMPARE(zuvero->unreadCount(), 1);
+
+    // Answers typed into a notification: the send action sends even an empty one, others only text.
+    m_network->setFlags(0);
+    zuvero->handleRemoteNotificationWithIdentifier(
+        QStringLiteral("OTHER"),
+        {{ZuveroNotificationActionResponseTypedTextKey, QStringLiteral("  ")}});
+    zuvero->handleRemoteNotificationWithIdentifier(ZuveroNotificationActionSend, {});
+    QTRY_COMPARE(zuvero->offlineMessages().size(), 1);
+    QVERIFY(!zuvero->offlineMessages().first()->text().value_or(QStringLiteral("x")).size());
+    QVERIFY(!log.lines()
+                 .filter(QStringLiteral("Zuvero: new message from"))
+                 .filter(QStringLiteral("An answer"))
+                 .isEmpty());
+}
+
+QTEST_MAIN(TestFacadeServer)
+#include "tst_facade_server.moc"

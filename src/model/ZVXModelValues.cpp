@@ -26,18 +26,27 @@ double seconds(const QVariant &value)
         const QRegularExpressionMatch match = number.match(value.toString());
         return match.hasMatch() ? match.captured().trimmed().toDouble() : 0.0;
     }
+    default:
+        if (!isNumber(value))
+            return 0.0;
+        const double number = value.toDouble();
+        return std::isfinite(number) ? number : 0.0;
+    }
+}
+
+bool isNumber(const QVariant &value)
+{
+    switch (value.metaType().id()) {
     case QMetaType::Bool:
     case QMetaType::Int:
     case QMetaType::UInt:
     case QMetaType::LongLong:
     case QMetaType::ULongLong:
     case QMetaType::Double:
-    case QMetaType::Float: {
-        const double number = value.toDouble();
-        return std::isfinite(number) ? number : 0.0;
-    }
+    case QMetaType::Float:
+        return true;
     default:
-        return 0.0;
+        return false;
     }
 }
 
@@ -56,18 +65,7 @@ qint32 wholeSeconds(const QDateTime &date)
 
 bool flag(const QVariant &value)
 {
-    switch (value.metaType().id()) {
-    case QMetaType::Bool:
-    case QMetaType::Int:
-    case QMetaType::UInt:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong:
-    case QMetaType::Double:
-    case QMetaType::QString:
-        return value.toBool();
-    default:
-        return false;
-    }
+    return (isNumber(value) || value.metaType().id() == QMetaType::QString) && value.toBool();
 }
 
 quint64 count(const QVariant &value)

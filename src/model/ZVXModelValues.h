@@ -27,6 +27,9 @@ ZUVERO_EXPORT QDateTime date(const QVariant &value);
 //! Whole seconds since 1970, truncated toward zero and kept within 32 bits.
 ZUVERO_EXPORT qint32 wholeSeconds(const QDateTime &date);
 
+//! A number (a flag counts as one), as opposed to text or a container.
+ZUVERO_EXPORT bool isNumber(const QVariant &value);
+
 ZUVERO_EXPORT bool flag(const QVariant &value);
 
 //! A non-negative whole number; 0 for anything else.

@@ -47,22 +47,6 @@ QString describeError(const ZuveroError &error)
               .arg(error.domain(), QString::number(error.code()), error.localizedDescription());
 }
 
-// Numbers only: a count or interval sent as text is ignored.
-bool isNumber(const QVariant &value)
-{
-    switch (value.metaType().id()) {
-    case QMetaType::Int:
-    case QMetaType::UInt:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong:
-    case QMetaType::Double:
-    case QMetaType::Bool:
-        return true;
-    default:
-        return false;
-    }
-}
-
 ZuveroError badServerResponse()
 {
     return ZuveroError::withDescription(QStringLiteral("com.zuvero.url"), BadServerResponseCode,
@@ -193,13 +177,14 @@ ZuveroConnectionPrivate::handleReceivedJSON(const ZVXURLSessionResult &result,
 
 void ZuveroConnectionPrivate::consumeUnreadCount(const QVariant &value)
 {
-    if (isNumber(value) && api())
+    // Numbers only: a count sent as text is ignored.
+    if (ZVXModelValues::isNumber(value) && api())
         api()->updateUnreadCount(value.toLongLong());
 }
 
 void ZuveroConnectionPrivate::consumePollingInterval(const QVariant &value)
 {
-    if (!isNumber(value) || !api())
+    if (!ZVXModelValues::isNumber(value) || !api())
         return;
     api()->setPollingInterval(value.toDouble());
     ZVXLog(QStringLiteral("Set polling interval: %1 sec").arg(value.toDouble(), 0, 'f', 1));
@@ -380,6 +365,16 @@ void ZuveroConnectionPrivate::afterRegistration(std::function<void()> send, Fail
     });
 }
 
+std::function<void()> ZuveroConnectionPrivate::beginNetworkActivity()
+{
+    if (ZVXConnectionAPI *facade = api())
+        facade->beginNetworkActivity();
+    return [self = QPointer<ZuveroConnection>(q)] {
+        if (ZVXConnectionAPI *facade = self ? self->d->api() : nullptr)
+            facade->endNetworkActivity();
+    };
+}
+
 std::shared_ptr<ZVXURLSessionTask>
 ZuveroConnectionPrivate::jsonTask(const ZVXURLRequest &request, ReplyStep onReply, Failure failed)
 {
@@ -434,12 +429,8 @@ void ZuveroConnection::fetchUnreadCountWithCompletion(CountCompletion completion
         completion(ZuveroNotFound, facadeGone());
         return;
     }
-    api->beginNetworkActivity();
+    const std::function<void()> end = d->beginNetworkActivity();
     const QPointer<ZuveroConnection> self(this);
-    const auto end = [self] {
-        if (ZVXConnectionAPI *facade = self ? self->d->api() : nullptr)
-            facade->endNetworkActivity();
-    };
     d->afterRegistration(
         [self, completion, end] {
             if (!self) {
@@ -511,17 +502,16 @@ void ZuveroConnection::loadMessageSinceDate(const QDateTime &since, const QDateT
         completion(std::nullopt, false, facadeGone());
         return;
     }
-    api->beginNetworkActivity();
-    const QPointer<ZuveroConnection> self(this);
     // Every ending (registration failure, request failure, success) ends the activity once.
-    const auto failed = [self, completion](const ZuveroError &error) {
-        if (ZVXConnectionAPI *facade = self ? self->d->api() : nullptr)
-            facade->endNetworkActivity();
+    const std::function<void()> end = d->beginNetworkActivity();
+    const QPointer<ZuveroConnection> self(this);
+    const auto failed = [end, completion](const ZuveroError &error) {
+        end();
         completion(std::nullopt, false, error);
     };
     const QString path = ZuveroConnectionPrivate::messagesPath(since, until, limit);
     d->afterRegistration(
-        [self, completion, failed, path] {
+        [self, completion, failed, end, path] {
             if (!self)
                 return failed(facadeGone());
             ZVXURLRequest request = self->d->requestWithPath(path);
@@ -529,7 +519,7 @@ void ZuveroConnection::loadMessageSinceDate(const QDateTime &since, const QDateT
             self->d
                 ->jsonTask(
                     request,
-                    [self, completion](const QVariant &json) -> std::function<void()> {
+                    [self, completion, end](const QVariant &json) -> std::function<void()> {
                         // Built here, off the main thread; entries that do not parse are dropped.
                         const QVariantMap reply = json.toMap();
                         const bool more
@@ -542,12 +532,11 @@ void ZuveroConnection::loadMessageSinceDate(const QDateTime &since, const QDateT
                                 = ZuveroChatMessage::initWithPropertyList(entry))
                                 messages.append(message);
                         }
-                        return [self, completion, messages, more,
+                        return [self, completion, end, messages, more,
                                 count = reply.value(QStringLiteral("unreadCount"))] {
-                            if (ZVXConnectionAPI *facade = self ? self->d->api() : nullptr) {
+                            if (self)
                                 self->d->consumeUnreadCount(count);
-                                facade->endNetworkActivity();
-                            }
+                            end();
                             completion(messages, more, {});
                         };
                     },
@@ -566,12 +555,8 @@ void ZuveroConnection::sendChatMessage(const ZuveroChatMessagePtr &message, Comp
         completion(false, api ? ZuveroError() : facadeGone());
         return;
     }
-    api->beginNetworkActivity();
+    const std::function<void()> end = d->beginNetworkActivity();
     const QPointer<ZuveroConnection> self(this);
-    const auto end = [self] {
-        if (ZVXConnectionAPI *facade = self ? self->d->api() : nullptr)
-            facade->endNetworkActivity();
-    };
     d->afterRegistration(
         [self, message, completion, progress, end] {
             if (!self) {

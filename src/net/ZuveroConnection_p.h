@@ -67,6 +67,12 @@ public:
     */
     void afterRegistration(std::function<void()> send, Failure failed);
 
+    /*!
+        Tells the facade that a request begins, and returns the step that
+        tells it that the request has ended (harmless once the connection is gone).
+    */
+    std::function<void()> beginNetworkActivity();
+
     //! Turns a JSON reply into the step that runs next on the main thread. Runs off the main
     //! thread.
     using ReplyStep = std::function<std::function<void()>(const QVariant &reply)>;

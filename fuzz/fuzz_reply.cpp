@@ -1,0 +1,60 @@
+// The connection's reply checks: body bytes (maybe compressed), status, headers, transport error.
+
+#include "ZVXContentDecoding.h"
+#include "ZVXFuzz.h"
+#include "ZVXURLSession.h"
+#include "ZuveroConnection_p.h"
+
+#include <QNetworkReply>
+
+namespace {
+
+enum Flags : uint8_t {
+    HasBody = 0x1,
+    HasResponse = 0x2,
+    HasError = 0x4,
+    Gzip = 0x8,
+    Deflate = 0x10,
+};
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***)
+{
+    ZVXFuzz::setUp();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    ZVXFuzz::Reader input(data, size);
+    const uint8_t flags = input.byte();
+    const int status = input.word() % 1000;
+    ZVXURLResponse response{QUrl(QStringLiteral("https://127.0.0.1/api/1.0/status")), status, {}};
+    for (int count = input.byte() % 8; count > 0; --count) {
+        const QByteArray name = input.bytes(input.byte() % 32);
+        response.headerFields.append({name, input.bytes(input.byte() % 64)});
+    }
+
+    ZVXURLSessionResult result;
+    if (flags & HasResponse)
+        result.response = response;
+    if (flags & HasError)
+        result.error = ZuveroError::withDescription(QString(ZVXURLErrorDomain),
+                                                    QNetworkReply::RemoteHostClosedError,
+                                                    QStringLiteral("closed"));
+    if (flags & HasBody) {
+        // Compressed bodies are decoded before the checks, as the session does.
+        const QByteArray encoding
+            = flags & Gzip ? "gzip" : (flags & Deflate ? "deflate" : QByteArray());
+        result.data = ZVXContentDecoding::decode(encoding, input.rest(), 1 << 20);
+    }
+
+    int failures = 0;
+    const std::optional<QVariant> json = ZuveroConnectionPrivate::handleReceivedJSON(
+        result, [&failures](const ZuveroError &) { ++failures; });
+    ZVX_FUZZ_CHECK(failures == (json ? 0 : 1));
+    if (json)
+        ZVX_FUZZ_CHECK(result.response && result.data && status >= 200 && status < 300);
+    return 0;
+}

@@ -6,6 +6,8 @@
 
 #include <QHash>
 
+#include <cmath>
+
 namespace {
 
 const QString UUIDKey = QStringLiteral("uuid");
@@ -24,7 +26,11 @@ QUrl urlFrom(const QVariant &value)
     if (!text)
         return {};
     const QUrl url(*text, QUrl::StrictMode);
-    return url.isValid() ? url : QUrl();
+    if (!url.isValid())
+        return QUrl();
+    // QUrl keeps some characters as given ("#" inside a fragment) and compares them unequal to
+    // their encoded form: read the encoded form, so that an address and its written copy are equal.
+    return QUrl::fromEncoded(url.toEncoded(), QUrl::StrictMode);
 }
 
 // At least two numbers: width and height, read with single precision.
@@ -35,7 +41,12 @@ QSizeF sizeFrom(const QVariant &value)
     const QVariantList numbers = value.toList();
     if (numbers.size() < 2)
         return QSizeF(0, 0);
-    return QSizeF(float(numbers.at(0).toDouble()), float(numbers.at(1).toDouble()));
+    const float width = float(numbers.at(0).toDouble());
+    const float height = float(numbers.at(1).toDouble());
+    // Beyond single precision a size becomes infinite, which no dictionary could hold again.
+    if (!std::isfinite(width) || !std::isfinite(height))
+        return QSizeF(0, 0);
+    return QSizeF(width, height);
 }
 
 } // namespace

@@ -65,6 +65,7 @@ private Q_SLOTS:
     void classification_data();
     void classification();
     void dictionaryForm();
+    void writtenFormReadsBackEqual();
     void imageKinds_data();
     void imageKinds();
     void shrinking_data();
@@ -151,6 +152,28 @@ void TestChatAttachment::dictionaryForm()
     QCOMPARE(copy, *sized);
     copy.setDataURL(QUrl(QStringLiteral("https://h/d")));
     QVERIFY(!(copy == *sized));
+}
+
+// Inputs the fuzzer found: the dictionary an attachment writes must read back as that attachment.
+void TestChatAttachment::writtenFormReadsBackEqual()
+{
+    const auto read
+        = [](const QVariant &value) { return ZuveroChatAttachment::initWithPropertyList(value); };
+    // QUrl keeps "#" inside a fragment as given but writes it encoded, and the two forms differed.
+    const auto linked = read(ZVXJSON::parse(R"({"uuid": "u", "contentType": "image/png",
+        "dataURL": "https://h/files/a##1", "previewURL": "https://h/p#x#y"})")
+                                 .value_or(QVariant()));
+    const auto linkedAgain = read(linked->propertyList());
+    QCOMPARE(*linkedAgain, *linked);
+    QCOMPARE(linkedAgain->previewURL(), linked->previewURL());
+    QCOMPARE(linkedAgain->propertyList(), linked->propertyList());
+
+    // A size beyond single precision was read as infinite, which JSON cannot hold: it is unknown.
+    const auto huge = read(ZVXJSON::parse(R"({"uuid": "u", "contentType": "image/png",
+        "imageSize": [4.6e56, 3]})")
+                               .value_or(QVariant()));
+    QCOMPARE(huge->imageSize(), QSizeF(0, 0));
+    QVERIFY(ZVXJSON::serialize(huge->propertyList()));
 }
 
 void TestChatAttachment::imageKinds_data()

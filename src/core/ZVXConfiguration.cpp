@@ -38,10 +38,14 @@ bool isDictionary(const QVariant &value)
     return value.metaType().id() == QMetaType::QVariantMap;
 }
 
+// Larger sizes (infinity and non-numbers included) are mistakes, and would not fit a pixel size.
+constexpr qreal MaximumFontSize = 1000;
+
 // A font by family name, or "Family-Style" as font names are often written.
 std::optional<QFont> fontNamed(const QString &name, qreal size)
 {
-    if (!qobject_cast<QGuiApplication *>(QCoreApplication::instance()) || size <= 0)
+    if (!qobject_cast<QGuiApplication *>(QCoreApplication::instance())
+        || !(size > 0 && size <= MaximumFontSize))
         return std::nullopt;
     const QStringList families = QFontDatabase::families();
     for (const QString &family : families) {

@@ -14,6 +14,7 @@ private Q_SLOTS:
     void normalisesAPropertyListFile();
     void colours_data();
     void colours();
+    void fontSizesOutOfRange();
     void readsJSONAndRefusesBrokenFiles();
     void appearanceTakesTypedValues();
 };
@@ -84,6 +85,26 @@ void TestConfiguration::colours()
     QFETCH(QString, text);
     QFETCH(QColor, colour);
     QCOMPARE(ZVXConfiguration::zuveroColorWithHexCode(text).value_or(QColor()), colour);
+}
+
+// A size beyond a pixel size's range (or not a number) was rounded into an int: undefined.
+void TestConfiguration::fontSizesOutOfRange()
+{
+    ZVXLogCapture log;
+    const QVariantMap typed = ZVXConfiguration::normalizeConfigurationDictionary(
+        {{QStringLiteral("messageFont"),
+          QVariantMap{{QStringLiteral("name"), QStringLiteral("DejaVu Sans")},
+                      {QStringLiteral("size"), 1e300}}},
+         {QStringLiteral("dateFont"),
+          QVariantMap{{QStringLiteral("name"), QStringLiteral("DejaVu Sans")},
+                      {QStringLiteral("size"), qQNaN()}}},
+         {QStringLiteral("defaultFont"),
+          QVariantMap{{QStringLiteral("name"), QStringLiteral("DejaVu Sans")},
+                      {QStringLiteral("size"), 1000}}}});
+    QCOMPARE(typed.keys(), QStringList{QStringLiteral("defaultFont")});
+    QCOMPARE(log.lines().filter(QStringLiteral("Could not configure")).size(), 2);
+    QVERIFY(log.contains(QStringLiteral(
+        "ZVX: Could not configure messageFont with name = DejaVu Sans & size = 1e+300.")));
 }
 
 void TestConfiguration::readsJSONAndRefusesBrokenFiles()

@@ -7,7 +7,8 @@ std::atomic<ZVXLogCapture *> activeCapture{nullptr};
 std::atomic<QtMessageHandler> previousHandler{nullptr};
 } // namespace
 
-ZVXLogCapture::ZVXLogCapture()
+ZVXLogCapture::ZVXLogCapture(Categories categories)
+    : m_categories(categories)
 {
     m_previous = qInstallMessageHandler(&ZVXLogCapture::handler);
     previousHandler = m_previous;
@@ -36,6 +37,12 @@ void ZVXLogCapture::handler(QtMsgType type, const QMessageLogContext &context,
                             const QString &message)
 {
     ZVXLogCapture *capture = activeCapture.load();
+    if (capture && capture->m_categories == Categories::All) {
+        QMutexLocker locker(&capture->m_mutex);
+        capture->m_lines.append(QString::fromLatin1(context.category ? context.category : "default")
+                                + QStringLiteral(": ") + message);
+        return;
+    }
     if (capture && context.category && qstrcmp(context.category, "zuvero") == 0) {
         QMutexLocker locker(&capture->m_mutex);
         capture->m_lines.append(message);

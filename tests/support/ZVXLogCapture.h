@@ -6,12 +6,16 @@
 /*!
     Collects the lines written to the "zuvero" logging category while it
     exists (from every thread), and keeps them off the test's output.
-    Lines of other categories pass through to the previous handler.
+    Lines of other categories pass through to the previous handler, unless
+    every category is asked for: then each line is kept as
+    "<category>: <message>".
 */
 class ZVXLogCapture
 {
 public:
-    ZVXLogCapture();
+    enum class Categories { Zuvero, All };
+
+    explicit ZVXLogCapture(Categories categories = Categories::Zuvero);
     ~ZVXLogCapture();
     ZVXLogCapture(const ZVXLogCapture &) = delete;
     ZVXLogCapture &operator=(const ZVXLogCapture &) = delete;
@@ -26,4 +30,5 @@ private:
     mutable QMutex m_mutex;
     QStringList m_lines;
     QtMessageHandler m_previous = nullptr;
+    Categories m_categories;
 };

@@ -3,6 +3,7 @@
 #include <QSet>
 
 #include <algorithm>
+#include <iterator>
 #include <limits>
 
 namespace {
@@ -26,46 +27,50 @@ ZuveroChatMessageList
 ZVXConversation::combineExistingMessages(const ZuveroChatMessageList &existing,
                                          const ZuveroChatMessageList &newMessages)
 {
+    struct Entry
+    {
+        qint64 time;
+        const ZuveroChatMessagePtr *message;
+    };
+    const auto earlier = [](const Entry &a, const Entry &b) { return a.time < b.time; };
+
     // Every new message is kept, in its order; an existing one only if no
     // message met before it (walking from the end) had its identifier.
     // Walking the existing list from its end means that of several with one
     // identifier the last survives.
     QSet<QString> seen;
     seen.reserve(existing.size() + newMessages.size());
-    for (const ZuveroChatMessagePtr &message : newMessages)
+    std::vector<Entry> fresh;
+    fresh.reserve(size_t(newMessages.size()));
+    for (const ZuveroChatMessagePtr &message : newMessages) {
         seen.insert(key(message));
-    ZuveroChatMessageList kept;
-    kept.reserve(existing.size());
+        fresh.push_back({sortTime(message), &message});
+    }
+    std::vector<Entry> kept;
+    kept.reserve(size_t(existing.size()));
     for (auto it = existing.crbegin(); it != existing.crend(); ++it) {
-        const QString identifier = key(*it);
-        if (seen.contains(identifier))
-            continue;
-        seen.insert(identifier);
-        kept.append(*it);
+        const qsizetype before = seen.size();
+        seen.insert(key(*it)); // one lookup: the set grows only for an identifier not seen yet
+        if (seen.size() != before)
+            kept.push_back({sortTime(*it), &*it});
     }
     std::reverse(kept.begin(), kept.end());
 
-    struct Entry
-    {
-        qint64 time;
-        int group; // existing before new on equal dates
-        qsizetype position; // the new list's order; existing ones keep theirs (stable sort)
-        ZuveroChatMessagePtr message;
-    };
-    std::vector<Entry> entries;
-    entries.reserve(size_t(kept.size() + newMessages.size()));
-    for (const ZuveroChatMessagePtr &message : std::as_const(kept))
-        entries.push_back({sortTime(message), 0, 0, message});
-    for (qsizetype i = 0; i < newMessages.size(); ++i)
-        entries.push_back({sortTime(newMessages.at(i)), 1, i, newMessages.at(i)});
-    std::stable_sort(entries.begin(), entries.end(), [](const Entry &a, const Entry &b) {
-        return std::tie(a.time, a.group, a.position) < std::tie(b.time, b.group, b.position);
-    });
+    // New messages keep their own order on equal dates; a conversation is
+    // already in date order, so its messages are sorted only when they are
+    // not, and the two lists are merged with existing ones first on equal dates.
+    std::stable_sort(fresh.begin(), fresh.end(), earlier);
+    if (!std::is_sorted(kept.begin(), kept.end(), earlier))
+        std::stable_sort(kept.begin(), kept.end(), earlier);
+    std::vector<Entry> merged;
+    merged.reserve(kept.size() + fresh.size());
+    std::merge(kept.begin(), kept.end(), fresh.begin(), fresh.end(), std::back_inserter(merged),
+               earlier);
 
     ZuveroChatMessageList result;
-    result.reserve(qsizetype(entries.size()));
-    for (Entry &entry : entries)
-        result.append(std::move(entry.message));
+    result.reserve(qsizetype(merged.size()));
+    for (const Entry &entry : merged)
+        result.append(*entry.message);
     return result;
 }
 

@@ -31,6 +31,7 @@ class TestConversation : public QObject
 private Q_SLOTS:
     void newCopiesReplaceAndDatesOrder();
     void equalDates();
+    void existingOutOfOrder();
     void missingIdentifiersShareOne();
     void savingKeepsTheNewestWithoutWelcome();
 };
@@ -59,6 +60,16 @@ void TestConversation::equalDates()
     const auto early = message("n0", 6, "n0");
     QCOMPARE(texts(ZVXConversation::combineExistingMessages({e1, e2}, {n2, early, n1})),
              QLatin1String("n0 e1 e2 n2 n1"));
+}
+
+void TestConversation::existingOutOfOrder()
+{
+    // A list in date order is merged as it stands; any other is sorted, ties keeping their order.
+    const auto late = message("l", 9, "late"), tieA = message("a", 4, "a"),
+               tieB = message("b", 4, "b"), early = message("e", 1, "early");
+    const auto fresh = message("n", 4, "new");
+    QCOMPARE(texts(ZVXConversation::combineExistingMessages({late, tieA, early, tieB}, {fresh})),
+             QLatin1String("early a b new late"));
 }
 
 void TestConversation::missingIdentifiersShareOne()

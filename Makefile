@@ -4,15 +4,18 @@
 #   make test        ... and run every test suite
 #   make test-sanitize   the same suites under AddressSanitizer + UBSan (build-asan/)
 #   make test-tsan   the operation suites under ThreadSanitizer (build-tsan/)
+#   make fuzz        every libFuzzer target for FUZZ_SECONDS (60) each (build-fuzz/)
+#   make bench       the benchmarks' table of ratios (build/)
 #   make format / check-format
 
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
 TSAN_BUILD ?= build-tsan
+FUZZ_SECONDS ?= 60
 JOBS       ?= $(shell nproc)
 CTEST       = ctest --output-on-failure --no-tests=error -j $(JOBS)
 
-.PHONY: all build test test-sanitize test-tsan format check-format clean
+.PHONY: all build test test-sanitize test-tsan fuzz bench format check-format clean
 
 all: build
 
@@ -33,6 +36,12 @@ test-tsan:
 	cmake --build $(TSAN_BUILD) --parallel $(JOBS) --target zuvero_tests_ops
 	$(CTEST) --test-dir $(TSAN_BUILD) -L ops
 
+fuzz:
+	fuzz/run.sh --time $(FUZZ_SECONDS)
+
+bench: build
+	$(BUILD)/bench/zuvero-bench
+
 # Tracked files and new ones not yet added (but not ignored ones).
 SOURCES = git ls-files --cached --others --exclude-standard '*.cpp' '*.h'
 
@@ -43,4 +52,4 @@ check-format:
 	$(SOURCES) | xargs clang-format --dry-run --Werror
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) build-fuzz

@@ -26,6 +26,9 @@ packages=(
     # the development server (HTTPS, SQLite) and its tests: curl as a second
     # client, headless Chromium for the agent console
     libcpp-httplib-dev libsqlite3-dev curl chromium chromium-driver
+    # fuzzing (clang with libFuzzer's runtime) and the benchmarks' instruction
+    # counts (valgrind's callgrind and its client-request header)
+    clang libclang-rt-dev valgrind
 )
 
 # Node and npm run the console's browser test. Any recent Node will do, so

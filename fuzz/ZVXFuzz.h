@@ -49,5 +49,13 @@ private:
 
 } // namespace ZVXFuzz
 
+//! The target's start, for libFuzzer and the replay driver alike: the application object.
+#define ZVX_FUZZ_APPLICATION(application)                                                          \
+    extern "C" int LLVMFuzzerInitialize(int *, char ***)                                           \
+    {                                                                                              \
+        ZVXFuzz::setUp(application);                                                               \
+        return 0;                                                                                  \
+    }
+
 #define ZVX_FUZZ_CHECK(condition)                                                                  \
     ((condition) ? void(0) : ZVXFuzz::fail(#condition, __FILE__, __LINE__))

@@ -18,12 +18,8 @@ QSet<QString> knownKeys()
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    // Fonts need a GUI application.
-    ZVXFuzz::setUp(ZVXFuzz::Application::Gui);
-    return 0;
-}
+// Fonts need a GUI application.
+ZVX_FUZZ_APPLICATION(ZVXFuzz::Application::Gui)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {

@@ -6,11 +6,7 @@
 #include <algorithm>
 #include <cstring>
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    ZVXFuzz::setUp();
-    return 0;
-}
+ZVX_FUZZ_APPLICATION(ZVXFuzz::Application::Core)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {

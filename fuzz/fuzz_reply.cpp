@@ -19,11 +19,7 @@ enum Flags : uint8_t {
 
 } // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    ZVXFuzz::setUp();
-    return 0;
-}
+ZVX_FUZZ_APPLICATION(ZVXFuzz::Application::Core)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {

@@ -32,6 +32,7 @@ private Q_SLOTS:
     void usageErrors();
     void serverAndTokenFailures();
     void queueWaitsForTheServer();
+    void chatInTheTerminal();
 
 private:
     QStringList common(const QString &user) const;
@@ -228,6 +229,32 @@ void TestCli::queueWaitsForTheServer()
             texts << message.value(QStringLiteral("text")).toString();
     }
     QCOMPARE(texts, (QStringList{QStringLiteral("first"), QStringLiteral("second")}));
+}
+
+void TestCli::chatInTheTerminal()
+{
+    const QStringList bea = common(QStringLiteral("bea"));
+    QCOMPARE(
+        run(bea + QStringList{QStringLiteral("send"), QStringLiteral("Is anyone there?")}).status,
+        0);
+    ZVXDevClient console(m_server, QString());
+    QCOMPARE(
+        console
+            .agentReply(console.conversationId(QStringLiteral("userId"), QStringLiteral("bea")),
+                        QStringLiteral("Yes, how can I help?"))
+            .status,
+        200);
+    // Typed lines are sent; at the end of input the conversation is printed in order, agent and
+    // user apart.
+    const Run chat = run(bea + QStringList{QStringLiteral("chat")}, "My parcel is late.\n");
+    QCOMPARE(chat.status, 0);
+    const QStringList lines = chat.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts).mid(1);
+    QCOMPARE(lines.size(), 3);
+    QVERIFY(lines.at(0).endsWith(QLatin1String(" you: Is anyone there?")));
+    QVERIFY2(lines.at(1).endsWith(QLatin1String(": Yes, how can I help?"))
+                 && !lines.at(1).contains(QLatin1String(" you: ")),
+             qPrintable(lines.at(1)));
+    QVERIFY(lines.at(2).endsWith(QLatin1String(" you: My parcel is late.")));
 }
 
 QTEST_MAIN(TestCli)

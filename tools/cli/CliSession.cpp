@@ -13,6 +13,7 @@
 #include <QJsonObject>
 #include <QMimeDatabase>
 
+#include <cerrno>
 #include <cstdio>
 #include <unistd.h>
 
@@ -388,33 +389,58 @@ void CliSession::chat()
     printOut(QStringLiteral("Type a message and press Enter; end with Ctrl-D."));
     m_input = new QSocketNotifier(STDIN_FILENO, QSocketNotifier::Read, this);
     connect(m_input, &QSocketNotifier::activated, this, &CliSession::readTypedLine);
-    connect(&m_pollTimer, &QTimer::timeout, this, &CliSession::chatReload);
+    connect(&m_pollTimer, &QTimer::timeout, this, [this] { chatReload(); });
     chatReload();
 }
 
 void CliSession::readTypedLine()
 {
+    // Straight from the descriptor: stdio's buffer would hide lines from the notifier.
     char buffer[4096];
-    if (!std::fgets(buffer, sizeof buffer, stdin)) {
-        m_input->setEnabled(false);
-        succeed();
+    const ssize_t count = ::read(STDIN_FILENO, buffer, sizeof buffer);
+    if (count > 0) {
+        m_typed.append(buffer, qsizetype(count));
+        qsizetype end;
+        while ((end = m_typed.indexOf('\n')) >= 0) {
+            const QString line = QString::fromUtf8(m_typed.left(end)).trimmed();
+            m_typed.remove(0, end + 1);
+            if (!line.isEmpty()) {
+                m_zuvero->sendMessage(line);
+                // Shown once the server has it, in its place among the others.
+                QTimer::singleShot(500, this, [this] {
+                    if (!m_closing)
+                        chatReload();
+                });
+            }
+        }
         return;
     }
-    const QString line = QString::fromUtf8(buffer).trimmed();
-    if (!line.isEmpty()) {
-        m_zuvero->sendMessage(line);
-        // Shown once the server has it, in its place among the others.
-        QTimer::singleShot(500, this, &CliSession::chatReload);
-    }
+    if (count < 0 && errno == EINTR)
+        return;
+    // End of input: what was typed goes out, the conversation is shown once more, and then we end.
+    m_input->setEnabled(false);
+    const QString last = QString::fromUtf8(m_typed).trimmed();
+    if (!last.isEmpty())
+        m_zuvero->sendMessage(last);
+    m_closing = true;
+    connect(&m_retryTimer, &QTimer::timeout, this, [this] {
+        if (m_activeBursts != 0 || !m_zuvero->offlineMessages().isEmpty()) {
+            m_zuvero->sendOfflineMessages();
+            return;
+        }
+        m_retryTimer.stop();
+        chatReload(true);
+    });
+    m_retryTimer.start(200);
 }
 
-void CliSession::chatReload()
+void CliSession::chatReload(bool last)
 {
     const QDateTime since = m_lastDate.isValid() ? m_lastDate.addSecs(-60) : QDateTime();
     m_zuvero->connection()->loadMessageSinceDate(
         since, 50,
-        [this](const std::optional<ZuveroChatMessageList> &messages, bool,
-               const ZuveroError &error) {
+        [this, last](const std::optional<ZuveroChatMessageList> &messages, bool,
+                     const ZuveroError &error) {
             if (!messages) {
                 printError(QStringLiteral("%1 %2: %3")
                                .arg(error.domain(), QString::number(error.code()),
@@ -423,6 +449,8 @@ void CliSession::chatReload()
                 for (const ZuveroChatMessagePtr &message : *messages)
                     printChatMessage(message);
             }
+            if (last)
+                return succeed();
             // The server chooses the pace; as the chat screen does, never faster than 2 s nor
             // slower than 10 min.
             m_pollTimer.start(int(std::clamp(m_zuvero->pollingInterval(), 2.0, 600.0) * 1000));

@@ -47,7 +47,8 @@ private:
     void succeed();
     void showProgress(double upload);
 
-    void chatReload();
+    //! Prints what is new; the \a last reload, after the end of input, ends the session.
+    void chatReload(bool last = false);
     void printChatMessage(const ZuveroChatMessagePtr &message);
     void readTypedLine();
 
@@ -67,4 +68,6 @@ private:
     QTimer m_pollTimer;
     QSet<QString> m_shown;
     QDateTime m_lastDate;
+    bool m_closing = false;
+    QByteArray m_typed;
 };

@@ -2,6 +2,7 @@
 #
 #   make             build the library, tools and tests (build/)
 #   make test        ... and run every test suite
+#   make demo        a short conversation through zuvero-cli with a local dev server
 #   make test-sanitize   the same suites under AddressSanitizer + UBSan (build-asan/)
 #   make test-tsan   the operation suites under ThreadSanitizer (build-tsan/)
 #   make fuzz        every libFuzzer target for FUZZ_SECONDS (60) each (build-fuzz/)
@@ -15,12 +16,16 @@ FUZZ_SECONDS ?= 60
 JOBS       ?= $(shell nproc)
 CTEST       = ctest --output-on-failure --no-tests=error -j $(JOBS)
 
-.PHONY: all build test test-sanitize test-tsan fuzz bench format check-format clean
+.PHONY: all build demo test test-sanitize test-tsan fuzz bench format check-format clean
 
 all: build
 
 build:
 	scripts/setup.sh $(BUILD)
+
+# The main job: a short conversation through zuvero-cli with a local dev server.
+demo:
+	BUILD=$(BUILD) scripts/demo.sh
 
 test: build
 	$(CTEST) --test-dir $(BUILD)

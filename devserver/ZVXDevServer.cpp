@@ -173,6 +173,16 @@ int ZVXDevServer::start(QString *error)
         host = QLatin1Char('[') + host + QLatin1Char(']');
     m_services.origin = QStringLiteral("https://%1:%2").arg(host).arg(port);
     m_thread = std::thread([this] { m_server->listen_after_bind(); });
+    // Until the loop runs, stop() has nothing to stop and the join would wait forever; nor
+    // should "listening" be printed before it is true.
+    for (int i = 0; i < 5000 && !m_server->is_running(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    if (!m_server->is_running()) {
+        *error = QStringLiteral("the server did not start listening");
+        m_server->stop();
+        m_thread.detach();
+        return 0;
+    }
     return port;
 }
 

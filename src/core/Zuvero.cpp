@@ -944,6 +944,12 @@ QVariantMap Zuvero::normalizeConfigurationDictionary(const QVariantMap &raw)
     return ZVXConfiguration::normalizeConfigurationDictionary(raw);
 }
 
+std::optional<QVariantMap> Zuvero::configurationDictionaryWithContentsOfFile(const QString &path,
+                                                                             ZuveroError *error)
+{
+    return ZVXConfiguration::readConfigurationFile(path, error);
+}
+
 void Zuvero::fetchCustomizationValues(const QVariantMap &values)
 {
     for (const QString &key : ZVXConfiguration::allCustomizationKeys()) {

@@ -250,6 +250,12 @@ public:
     // --- Configuration -----------------------------------------------------
 
     static QVariantMap normalizeConfigurationDictionary(const QVariantMap &raw);
+    /*!
+        The dictionary in a configuration file: an XML property list, or a
+        JSON object. Nothing, and an \a error saying why, when it cannot be read.
+    */
+    static std::optional<QVariantMap>
+    configurationDictionaryWithContentsOfFile(const QString &path, ZuveroError *error = nullptr);
     //! Applies a normalised dictionary's look and settings.
     void fetchCustomizationValues(const QVariantMap &values);
     void setupDefaultCustomization();

@@ -38,6 +38,7 @@ private Q_SLOTS:
     void copiesStartSomeSettingsAfresh();
     void requestsAndBodies();
     void oldCacheFilesAreRemoved();
+    void sharedInstanceReadsTheHostsConfiguration();
     void attachmentSwitches();
 
 private:
@@ -56,6 +57,7 @@ void TestFacade::credentials()
     QCOMPARE(verified->payload().value(QStringLiteral("installationId")),
              QVariant(signing->installationIdentifier()));
     QCOMPARE(signing->installationIdentifier(), signing->installationIdentifier().toUpper());
+    QCOMPARE(signing->sdkVersion(), QStringLiteral(ZUVERO_TEST_VERSION));
 
     // A key alone makes no token; an empty secret falls back to the key; a bad secret makes no
     // facade.
@@ -234,6 +236,25 @@ void TestFacade::oldCacheFilesAreRemoved()
     QVERIFY(cache.exists(QStringLiteral("keep/mine.txt")));
     QCOMPARE(log.lines().filter(QStringLiteral("ZVX: Cache file deleted : ")).size(), 2);
     QDir(cache.filePath(QStringLiteral("keep"))).removeRecursively();
+}
+
+void TestFacade::sharedInstanceReadsTheHostsConfiguration()
+{
+    // A host's "ZuveroConfig.json" in its configuration folder.
+    const QDir folder(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation));
+    QVERIFY(folder.mkpath(QStringLiteral(".")));
+    QFile file(folder.filePath(QStringLiteral("ZuveroConfig.json")));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(
+        R"({"apiKey": "from-file", "hostname": "127.0.0.1:9", "tintColor": "#FF0000", "title": "Help"})");
+    file.close();
+    Zuvero *shared = Zuvero::sharedInstance();
+    QVERIFY(shared);
+    QCOMPARE(Zuvero::sharedInstance(), shared);
+    QCOMPARE(shared->apiKey(), QStringLiteral("from-file"));
+    QCOMPARE(shared->appearance().sendTintColor, QColor(Qt::red));
+    QCOMPARE(shared->title(), QStringLiteral("Help"));
+    file.remove();
 }
 
 void TestFacade::attachmentSwitches()

@@ -136,12 +136,19 @@ ZuveroChatMessageList TestFacadeServer::listing(Zuvero *zuvero)
 void TestFacadeServer::conversationEndToEnd()
 {
     auto zuvero = facade(QStringLiteral("e2e"));
+    int welcomes = 0;
+    auto welcome = ZuveroNotificationCenter::defaultCenter()->addObserver(
+        ZuveroWelcomeMessageDidChangeNotification, zuvero.get(),
+        [&](const ZuveroNotification &) { ++welcomes; });
     bool registered = false;
     zuvero->registerIfNeeded([&](bool success, const ZuveroError &error) {
         QVERIFY2(success, qPrintable(error.localizedDescription()));
         registered = true;
     });
     QTRY_VERIFY(registered);
+    // The server's welcome text and polling interval come with the registration.
+    QTRY_VERIFY(welcomes >= 1);
+    QVERIFY(!zuvero->welcomeMessage().value_or(QString()).isEmpty());
 
     // A message with a picture goes up as a multipart body and comes back with its files.
     QImage picture(64, 48, QImage::Format_RGB32);

@@ -106,7 +106,7 @@ void ZVXRegistration::registerIfNeeded(const Zuvero::Completion &completion)
             if (!completion && !m_cycle.isCurrent(cycle))
                 return;
             facade->connection()->registerApp(
-                [this, facade, completion](bool success, const ZuveroError &error) {
+                [facade, completion](bool success, const ZuveroError &error) {
                     ZVXMainThread::assertMainThread();
                     if (facade) {
                         ZVXOfflineQueue &queue = *ZuveroPrivate::get(facade)->offlineQueue;

@@ -81,7 +81,9 @@ public:
     bool start(QString *problem)
     {
         if (!m_server.start({QStringLiteral("--api-secret"), SecretHex}))
-            return fail(problem, QStringLiteral("the dev server did not start"));
+            return fail(
+                problem,
+                QStringLiteral("the dev server did not start (see %1)").arg(m_server.logPath()));
         QFile authority(m_server.authorityPath());
         if (!authority.open(QIODevice::ReadOnly)
             || ZuveroAddTrustedCertificateAuthorities(authority.readAll()) != 1)
@@ -307,7 +309,7 @@ private:
 
     std::optional<double> nagleSend()
     {
-        ZVXDevServerProcess nagle;
+        ZVXDevServerProcess nagle(ZVXDevServerProcess::Log::ToFile);
         if (!nagle.start(
                 {QStringLiteral("--api-secret"), SecretHex, QStringLiteral("--no-tcp-nodelay")}))
             return std::nullopt;
@@ -328,7 +330,8 @@ private:
         return median(times);
     }
 
-    ZVXDevServerProcess m_server;
+    // The servers' request logs would bury the table.
+    ZVXDevServerProcess m_server{ZVXDevServerProcess::Log::ToFile};
     quint16 m_port = 0;
     std::unique_ptr<Zuvero> m_sender;
     std::unique_ptr<Zuvero> m_reader;

@@ -61,7 +61,8 @@ QHash<QString, double> instructionsPerOperation(const InProcess &work, const QBy
     QProcess valgrind;
     valgrind.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     valgrind.start(QStringLiteral("valgrind"),
-                   {QStringLiteral("--tool=callgrind"), QStringLiteral("--collect-atstart=no"),
+                   {QStringLiteral("--quiet"), QStringLiteral("--tool=callgrind"),
+                    QStringLiteral("--collect-atstart=no"),
                     QStringLiteral("--callgrind-out-file=") + folder.filePath(QStringLiteral("cg")),
                     QCoreApplication::applicationFilePath(),
                     QStringLiteral("--") + InstructionsOption, pageFile.fileName()});
@@ -192,6 +193,10 @@ int main(int argc, char **argv)
 {
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
+    // Outside a login session (a CI job, a root shell) Qt wants a private runtime directory.
+    QTemporaryDir runtime;
+    if (qEnvironmentVariableIsEmpty("XDG_RUNTIME_DIR") && runtime.isValid())
+        qputenv("XDG_RUNTIME_DIR", QFile::encodeName(runtime.path()));
     QGuiApplication app(argc, argv);
     // The library's lines for every send would bury the table.
     QLoggingCategory::setFilterRules(QStringLiteral("zuvero.info=false"));

@@ -9,10 +9,18 @@
 
 using namespace Qt::StringLiterals;
 
-ZVXDevServerProcess::ZVXDevServerProcess()
+ZVXDevServerProcess::ZVXDevServerProcess(Log log)
 {
-    // Its log goes to the test's output, where a failure shows it.
-    m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    // By default its log goes to the test's output, where a failure shows it.
+    if (log == Log::Forwarded)
+        m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    else
+        m_process.setStandardErrorFile(logPath(), QIODevice::Append);
+}
+
+QString ZVXDevServerProcess::logPath() const
+{
+    return m_data.filePath(u"devserver.log"_s);
 }
 
 ZVXDevServerProcess::~ZVXDevServerProcess()

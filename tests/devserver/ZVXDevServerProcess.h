@@ -16,7 +16,10 @@
 class ZVXDevServerProcess
 {
 public:
-    ZVXDevServerProcess();
+    //! Where the server's request log goes: the caller's standard error, or a file.
+    enum class Log { Forwarded, ToFile };
+
+    explicit ZVXDevServerProcess(Log log = Log::Forwarded);
     ~ZVXDevServerProcess();
 
     //! Starts the server with \a arguments; false when it did not come up.
@@ -28,6 +31,8 @@ public:
     QString origin() const { return m_origin; }
     QString authorityPath() const { return m_authorityPath; }
     QString dataDirectory() const { return m_data.path(); }
+    //! The file that holds the server's log with Log::ToFile.
+    QString logPath() const;
 
 private:
     QTemporaryDir m_data;

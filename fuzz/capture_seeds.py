@@ -239,8 +239,8 @@ def main():
         write("jwt", "hs512", b"\x01" + sign(claims, secret, "HS512").encode())
         write("jwt", "claims", b"\x00" + json.dumps(claims).encode())
         write("jwt", "claims-none", b"\x02" + json.dumps(claims).encode())
-        for i, part in enumerate(token.split(".")):
-            write("base64url", f"token-part-{i}", part)
+        for name, segment in zip(("header", "claims", "signature"), token.split(".")):
+            write("base64url", f"token-{name}", segment)
         write("hex", "secret", SECRET_HEX)
         write("hex", "device-token", " 0x" + device.upper())
     finally:

@@ -36,7 +36,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     if (flags & HasResponse)
         result.response = response;
     if (flags & HasError)
-        result.error = ZuveroError::withDescription(QString(ZVXURLErrorDomain),
+        result.error = ZuveroError::withDescription(QString(ZuveroURLErrorDomain),
                                                     QNetworkReply::RemoteHostClosedError,
                                                     QStringLiteral("closed"));
     if (flags & HasBody) {
@@ -46,11 +46,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         result.data = ZVXContentDecoding::decode(encoding, input.rest(), 1 << 20);
     }
 
+    // Both orders of checks: each fails exactly once or passes a 2xx reply with a JSON body.
     int failures = 0;
-    const std::optional<QVariant> json = ZuveroConnectionPrivate::handleReceivedJSON(
+    const std::optional<QJsonValue> json = ZuveroConnectionPrivate::handleReceivedJSON(
         result, [&failures](const ZuveroError &) { ++failures; });
     ZVX_FUZZ_CHECK(failures == (json ? 0 : 1));
     if (json)
         ZVX_FUZZ_CHECK(result.response && result.data && status >= 200 && status < 300);
+
+    failures = 0;
+    const std::optional<QJsonObject> reply = ZuveroConnectionPrivate::checkUnreadCountReply(
+        result, [&failures](const ZuveroError &) { ++failures; });
+    ZVX_FUZZ_CHECK(failures == (reply ? 0 : 1));
+    if (reply)
+        ZVX_FUZZ_CHECK(json && reply->contains(QLatin1String("unreadCount")));
     return 0;
 }

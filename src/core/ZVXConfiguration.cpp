@@ -273,7 +273,7 @@ std::optional<QVariantMap> readConfigurationFile(const QString &path, ZuveroErro
     if (!file.open(QIODevice::ReadOnly)) {
         if (error)
             *error = ZuveroError::withDescription(
-                QString(ErrorDomain), 1,
+                QString(ZuveroConfigurationErrorDomain), ZuveroConfigurationErrorUnreadable,
                 QStringLiteral("Cannot read %1: %2").arg(path, file.errorString()));
         return std::nullopt;
     }
@@ -286,7 +286,8 @@ std::optional<QVariantMap> readConfigurationFile(const QString &path, ZuveroErro
     if (value->metaType().id() != QMetaType::QVariantMap) {
         if (error)
             *error = ZuveroError::withDescription(
-                QString(ErrorDomain), 1, QStringLiteral("%1 does not hold a dictionary").arg(path));
+                QString(ZuveroConfigurationErrorDomain), ZuveroConfigurationErrorUnreadable,
+                QStringLiteral("%1 does not hold a dictionary").arg(path));
         return std::nullopt;
     }
     return value->toMap();

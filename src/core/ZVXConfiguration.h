@@ -18,8 +18,6 @@
 */
 namespace ZVXConfiguration {
 
-inline constexpr QLatin1String ErrorDomain{"com.zuvero.configuration"};
-
 ZUVERO_EXPORT QStringList requiredConfigurationKeys();
 ZUVERO_EXPORT QStringList localizableStringCustomizationKeys();
 ZUVERO_EXPORT QStringList colorCustomizationKeys();

@@ -24,7 +24,7 @@ namespace {
 
 ZuveroError transportError(QNetworkReply::NetworkError code, const QString &description)
 {
-    return ZuveroError::withDescription(ZVXURLErrorDomain, code, description);
+    return ZuveroError::withDescription(ZuveroURLErrorDomain, code, description);
 }
 
 QString describe(QNetworkReply::NetworkError code)

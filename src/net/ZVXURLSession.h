@@ -12,14 +12,6 @@
 class ZVXURLCache;
 class ZVXURLSession;
 
-/*!
-    Transport errors: the code is a QNetworkReply::NetworkError
-    (SslHandshakeFailedError for a certificate that fails verification,
-    TimeoutError, OperationCanceledError, ProtocolFailure for a body that
-    cannot be decoded...). A reply with any HTTP status is not an error.
-*/
-inline constexpr QLatin1String ZVXURLErrorDomain{"com.zuvero.url"};
-
 struct ZUVERO_EXPORT ZVXURLSessionConfiguration
 {
     //! Requests in flight per scheme, host and port; the rest wait in order.

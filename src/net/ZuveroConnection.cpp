@@ -14,21 +14,26 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QGuiApplication>
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QSysInfo>
 
 namespace {
-
-constexpr int NonHTTPResponseCode = 1;
-// The URL domain's "bad server response", for the unread-count fetch.
-constexpr int BadServerResponseCode = -1011;
 
 // The longest body quoted in a log line; a server page can be large.
 constexpr qsizetype LoggedBodyLimit = 2048;
 
 ZuveroError facadeGone()
 {
-    return ZuveroError::withDescription(QString(ZuveroErrorDomain), NonHTTPResponseCode,
+    return ZuveroError::withDescription(QString(ZuveroErrorDomain), ZuveroErrorNoHTTPResponse,
                                         QStringLiteral("The connection's facade is gone."));
+}
+
+ZuveroError badServerResponse()
+{
+    return ZuveroError::withDescription(QString(ZuveroURLErrorDomain),
+                                        ZuveroURLErrorBadServerResponse,
+                                        QStringLiteral("The server returned a bad response."));
 }
 
 QString describeHeaders(const ZVXHTTPHeaderFields &fields)
@@ -47,10 +52,50 @@ QString describeError(const ZuveroError &error)
               .arg(error.domain(), QString::number(error.code()), error.localizedDescription());
 }
 
-ZuveroError badServerResponse()
+// JSON text of an object or an array; the parser's error otherwise.
+std::optional<QJsonValue> parseJSON(const QByteArray &body, ZuveroError *error)
 {
-    return ZuveroError::withDescription(QStringLiteral("com.zuvero.url"), BadServerResponseCode,
-                                        QStringLiteral("The server returned a bad response."));
+    QJsonParseError parseError;
+    const QJsonDocument document = QJsonDocument::fromJson(body, &parseError);
+    if (parseError.error != QJsonParseError::NoError) {
+        *error = ZuveroError::withDescription(QString(ZuveroJSONErrorDomain), ZuveroJSONErrorParse,
+                                              QStringLiteral("JSON text did not parse: %1 at "
+                                                             "offset %2")
+                                                  .arg(parseError.errorString())
+                                                  .arg(parseError.offset));
+        return std::nullopt;
+    }
+    return document.isObject() ? QJsonValue(document.object()) : QJsonValue(document.array());
+}
+
+std::optional<QString> textOf(const QJsonValue &value)
+{
+    return value.isString() ? std::optional<QString>(value.toString()) : std::nullopt;
+}
+
+// JSON bodies are written by the library's own writer, which refuses what JSON cannot hold.
+std::function<ZuveroError(ZVXURLRequest &)> jsonBody(const QVariantMap &body)
+{
+    return [body](ZVXURLRequest &request) {
+        ZuveroError error;
+        const std::optional<QByteArray> json = ZVXJSON::serialize(body, &error);
+        if (json)
+            request.setHTTPBody(*json);
+        return error;
+    };
+}
+
+// The step of a call whose reply only brings the unread count.
+ZuveroConnectionPrivate::ReplyStep takeUnreadCount(QPointer<ZuveroConnection> self,
+                                                   std::function<void()> then)
+{
+    return [self, then](const QJsonObject &reply) -> std::function<void()> {
+        return [self, then, count = reply.value(QLatin1String("unreadCount"))] {
+            if (self)
+                ZuveroConnectionPrivate::get(self)->consumeUnreadCount(count);
+            then();
+        };
+    };
 }
 
 } // namespace
@@ -74,6 +119,103 @@ ZVXConnectionAPI *ZuveroConnectionPrivate::api() const
 {
     // The facade is held weakly: once it is destroyed, nothing is read from it.
     return !m_apiIsObject || m_apiObject ? m_api : nullptr;
+}
+
+std::function<void()> ZuveroConnectionPrivate::beginNetworkActivity()
+{
+    if (ZVXConnectionAPI *facade = api())
+        facade->beginNetworkActivity();
+    return [self = QPointer<ZuveroConnection>(q)] {
+        if (ZVXConnectionAPI *facade = self ? self->d->api() : nullptr)
+            facade->endNetworkActivity();
+    };
+}
+
+void ZuveroConnectionPrivate::run(Call description)
+{
+    ZVXMainThread::assertMainThread();
+    const auto call = std::make_shared<const Call>(std::move(description));
+    ZVXConnectionAPI *facade = api();
+    if (!facade) {
+        call->failed(facadeGone());
+        return;
+    }
+    const std::function<void()> end = beginNetworkActivity();
+    const Failure fail = [call, end](const ZuveroError &error) {
+        end();
+        call->failed(error);
+    };
+    if (!call->registersFirst) {
+        send(call, fail, end);
+        return;
+    }
+    facade->registerIfNeeded([self = QPointer<ZuveroConnection>(q), call, fail,
+                              end](bool success, const ZuveroError &error) {
+        // Registration answers on the main thread; anything else is a fault of ours.
+        ZVXMainThread::assertMainThread();
+        if (!success)
+            fail(error);
+        else if (!self)
+            fail(facadeGone());
+        else
+            self->d->send(call, fail, end);
+    });
+}
+
+void ZuveroConnectionPrivate::send(const std::shared_ptr<const Call> &call, const Failure &fail,
+                                   const std::function<void()> &end)
+{
+    ZVXURLRequest request = requestWithPath(call->path);
+    request.setHTTPMethod(call->method);
+    if (call->body) {
+        if (const ZuveroError error = call->body(request))
+            return fail(error);
+    }
+
+    // The observer's last report comes before the call's end: 1.0 after a success, 0.0 after a
+    // failure.
+    auto task = std::make_shared<std::shared_ptr<ZVXURLSessionTask>>();
+    const QPointer<ZuveroConnection> self(q);
+    const auto stopProgress = [self, task, observed = bool(call->progress)](double fraction) {
+        if (observed && self && *task)
+            self->d->progressObserver->removeTask(*task, fraction, fraction);
+    };
+    const Failure failed = [stopProgress, fail](const ZuveroError &error) {
+        stopProgress(0.0);
+        fail(error);
+    };
+
+    *task = session->dataTask(
+        request,
+        [call, failed, stopProgress,
+         end](const ZVXURLSessionResult &result) -> ZVXURLSession::Completion {
+            if (call->arrived)
+                call->arrived(result);
+            ZuveroError error;
+            const Failure note = [&error](const ZuveroError &e) { error = e; };
+            std::optional<QJsonObject> reply;
+            if (call->checks == ReplyChecks::UnreadCount) {
+                reply = checkUnreadCountReply(result, note);
+            } else if (const std::optional<QJsonValue> json = handleReceivedJSON(result, note)) {
+                // Nothing but the status is checked: a reply that is no object reads as an empty
+                // one.
+                reply = json->toObject();
+            }
+            if (!reply) {
+                if (call->refused)
+                    call->refused(result);
+                return [failed, error] { failed(error); };
+            }
+            std::function<void()> step = call->succeeded(*reply);
+            return [stopProgress, end, step] {
+                stopProgress(1.0);
+                end();
+                step();
+            };
+        });
+    if (call->progress)
+        progressObserver->addTask(*task, call->progress);
+    (*task)->resume();
 }
 
 QUrl ZuveroConnectionPrivate::apiURLWithPath(const QString &path) const
@@ -123,7 +265,7 @@ std::optional<ZVXURLRequest> ZuveroConnectionPrivate::cacheableRequestWithURL(co
     return request;
 }
 
-std::optional<QVariant>
+std::optional<QJsonValue>
 ZuveroConnectionPrivate::handleReceivedJSON(const ZVXURLSessionResult &result,
                                             const Failure &failure)
 {
@@ -139,16 +281,16 @@ ZuveroConnectionPrivate::handleReceivedJSON(const ZVXURLSessionResult &result,
     if (!result.response) {
         ZVXLog(QStringLiteral("EXPECTED HTTP RESPONSE, GOT THIS: (null) Error: %1")
                    .arg(describeError(result.error)));
-        failure(!result.error.isNull()
-                    ? result.error
-                    : ZuveroError::withDescription(QString(ZuveroErrorDomain), NonHTTPResponseCode,
-                                                   ZVXLocalization::hostString(QStringLiteral(
-                                                       "Non-HTTP response received."))));
+        failure(!result.error.isNull() ? result.error
+                                       : ZuveroError::withDescription(
+                                           QString(ZuveroErrorDomain), ZuveroErrorNoHTTPResponse,
+                                           ZVXLocalization::hostString(
+                                               QStringLiteral("Non-HTTP response received."))));
         return std::nullopt;
     }
     const int status = result.response->statusCode;
     ZuveroError parseError;
-    const std::optional<QVariant> json = ZVXJSON::parse(*result.data, &parseError);
+    const std::optional<QJsonValue> json = parseJSON(*result.data, &parseError);
     if (!json) {
         const QByteArray body = result.data->left(LoggedBodyLimit);
         ZVXLog(QStringLiteral(
@@ -161,10 +303,10 @@ ZuveroConnectionPrivate::handleReceivedJSON(const ZVXURLSessionResult &result,
     if (status >= 200 && status < 300)
         return json;
 
-    const QVariantMap reply = json->toMap();
+    const QJsonObject reply = json->toObject();
     const std::optional<QString> localizedError
-        = ZVXModelValues::text(reply.value(QStringLiteral("localizedError")));
-    const std::optional<QString> error = ZVXModelValues::text(reply.value(QStringLiteral("error")));
+        = textOf(reply.value(QLatin1String("localizedError")));
+    const std::optional<QString> error = textOf(reply.value(QLatin1String("error")));
     const QString reason = localizedError.value_or(error.value_or(QStringLiteral("Server Error")));
     ZVXLog(QStringLiteral("ZuveroConnection: received HTTP code %1: %2")
                .arg(QString::number(status), reason));
@@ -175,38 +317,67 @@ ZuveroConnectionPrivate::handleReceivedJSON(const ZVXURLSessionResult &result,
     return std::nullopt;
 }
 
-void ZuveroConnectionPrivate::consumeUnreadCount(const QVariant &value)
+std::optional<QJsonObject>
+ZuveroConnectionPrivate::checkUnreadCountReply(const ZVXURLSessionResult &result,
+                                               const Failure &failure)
 {
-    // Numbers only: a count sent as text is ignored.
-    if (ZVXModelValues::isNumber(value) && api())
-        api()->updateUnreadCount(value.toLongLong());
+    // Nothing is logged on this path.
+    const auto fail = [&failure](const ZuveroError &error) {
+        failure(error);
+        return std::nullopt;
+    };
+    if (!result.data)
+        return fail(result.error);
+    if (result.data->isEmpty() && !result.response && !result.error.isNull())
+        return fail(result.error);
+    if (!result.response)
+        return fail(badServerResponse());
+    const int status = result.response->statusCode;
+    if (status < 200 || status >= 300)
+        return fail(ZuveroError(QString(ZuveroHTTPErrorDomain), status));
+    ZuveroError parseError;
+    const std::optional<QJsonValue> json = parseJSON(*result.data, &parseError);
+    if (!json)
+        return fail(parseError);
+    const QJsonObject reply = json->toObject();
+    if (!reply.contains(QLatin1String("unreadCount")))
+        return fail(badServerResponse());
+    return reply;
 }
 
-void ZuveroConnectionPrivate::consumePollingInterval(const QVariant &value)
+void ZuveroConnectionPrivate::consumeUnreadCount(const QJsonValue &value)
 {
-    if (!ZVXModelValues::isNumber(value) || !api())
+    // Numbers only (a flag counts as one): a count sent as text is ignored.
+    if ((value.isDouble() || value.isBool()) && api())
+        api()->updateUnreadCount(value.toVariant().toLongLong());
+}
+
+void ZuveroConnectionPrivate::consumePollingInterval(const QJsonValue &value)
+{
+    if (!(value.isDouble() || value.isBool()) || !api())
         return;
-    api()->setPollingInterval(value.toDouble());
-    ZVXLog(QStringLiteral("Set polling interval: %1 sec").arg(value.toDouble(), 0, 'f', 1));
+    const double seconds = value.toVariant().toDouble();
+    api()->setPollingInterval(seconds);
+    ZVXLog(QStringLiteral("Set polling interval: %1 sec").arg(seconds, 0, 'f', 1));
 }
 
-void ZuveroConnectionPrivate::consumeSourceInfo(const QVariant &value)
+void ZuveroConnectionPrivate::consumeSourceInfo(const QJsonValue &value)
 {
-    if (value.metaType().id() == QMetaType::QVariantMap)
-        consumeSourceInfoWelcomeMessage(value.toMap().value(QStringLiteral("welcomeMessage")));
+    if (value.isObject())
+        consumeSourceInfoWelcomeMessage(value.toObject().value(QLatin1String("welcomeMessage")));
 }
 
-void ZuveroConnectionPrivate::consumeSourceInfoWelcomeMessage(const QVariant &value)
+void ZuveroConnectionPrivate::consumeSourceInfoWelcomeMessage(const QJsonValue &value)
 {
-    if (value.metaType().id() == QMetaType::QString && api())
+    if (value.isString() && api())
         api()->updateWelcomeMessage(value.toString());
 }
 
-void ZuveroConnectionPrivate::consumeRegistrationReply(const QVariantMap &reply)
+void ZuveroConnectionPrivate::consumeRegistrationReply(const QJsonObject &reply)
 {
-    consumeUnreadCount(reply.value(QStringLiteral("unreadCount")));
-    consumePollingInterval(reply.value(QStringLiteral("pollingInterval")));
-    consumeSourceInfo(reply.value(QStringLiteral("sourceInfo")));
+    consumeUnreadCount(reply.value(QLatin1String("unreadCount")));
+    consumePollingInterval(reply.value(QLatin1String("pollingInterval")));
+    consumeSourceInfo(reply.value(QLatin1String("sourceInfo")));
 }
 
 QString ZuveroConnectionPrivate::messagesPath(const QDateTime &since, const QDateTime &until,
@@ -260,6 +431,25 @@ QVariantMap ZuveroConnectionPrivate::markBody(const ZuveroChatMessageList &messa
             {QStringLiteral("lastReadMessageDate"), lastRead}};
 }
 
+QVariantMap ZuveroConnectionPrivate::registrationBody() const
+{
+    QVariantMap body;
+    ZVXConnectionAPI *facade = api();
+    if (const std::optional<QByteArray> token = facade ? facade->deviceToken() : std::nullopt)
+        body.insert(QStringLiteral("deviceToken"), *ZuveroHexStringFromData(*token));
+    if (const std::optional<QString> userName = facade ? facade->userName() : std::nullopt)
+        body.insert(QStringLiteral("userName"), *userName);
+    body.insert(QStringLiteral("deviceInfo"), deviceInfo());
+    const QString desktopFile = QGuiApplication::desktopFileName();
+    body.insert(QStringLiteral("appId"),
+                desktopFile.isEmpty() ? QCoreApplication::applicationName() : desktopFile);
+    body.insert(QStringLiteral("appVersion"), QCoreApplication::applicationVersion());
+    body.insert(QStringLiteral("apns"),
+                facade && facade->developmentAPNS() ? QStringLiteral("development")
+                                                    : QStringLiteral("production"));
+    return body;
+}
+
 QString ZuveroConnectionPrivate::deviceInfo()
 {
     // The computer's model as its firmware names it, where it is readable.
@@ -293,192 +483,65 @@ QString ZuveroConnection::serverApiVersion()
     return QStringLiteral("1.0");
 }
 
+// Each call below is a description for ZuveroConnectionPrivate::run(): its request and what its
+// reply gives.
+
 void ZuveroConnection::registerApp(Completion completion)
 {
-    ZVXMainThread::assertMainThread();
-    ZVXConnectionAPI *api = d->api();
-    if (!api) {
-        completion(false, facadeGone());
-        return;
-    }
-    QVariantMap body;
-    if (const std::optional<QByteArray> token = api->deviceToken())
-        body.insert(QStringLiteral("deviceToken"), *ZuveroHexStringFromData(*token));
-    if (const std::optional<QString> userName = api->userName())
-        body.insert(QStringLiteral("userName"), *userName);
-    body.insert(QStringLiteral("deviceInfo"), ZuveroConnectionPrivate::deviceInfo());
-    const QString desktopFile = QGuiApplication::desktopFileName();
-    body.insert(QStringLiteral("appId"),
-                desktopFile.isEmpty() ? QCoreApplication::applicationName() : desktopFile);
-    body.insert(QStringLiteral("appVersion"), QCoreApplication::applicationVersion());
-    body.insert(QStringLiteral("apns"),
-                api->developmentAPNS() ? QStringLiteral("development")
-                                       : QStringLiteral("production"));
-
-    ZuveroError encodingError;
-    const std::optional<QByteArray> json = ZVXJSON::serialize(body, &encodingError);
-    if (!json) {
-        completion(false, encodingError);
-        return;
-    }
-    ZVXURLRequest request = d->requestWithPath(QStringLiteral("/register"));
-    request.setHTTPMethod("POST");
-    request.setHTTPBody(*json);
     const QPointer<ZuveroConnection> self(this);
-    d->session
-        ->dataTask(
-            request,
-            [self, completion](const ZVXURLSessionResult &result) -> ZVXURLSession::Completion {
-                ZuveroError error;
-                const std::optional<QVariant> reply = ZuveroConnectionPrivate::handleReceivedJSON(
-                    result, [&error](const ZuveroError &e) { error = e; });
-                if (!reply) {
-                    ZVXLog(QStringLiteral("Failed registering: %1 (%2)")
-                               .arg(QString::fromUtf8(
-                                        result.data.value_or(QByteArray()).left(LoggedBodyLimit)),
-                                    describeError(result.error)));
-                    return [completion, error] { completion(false, error); };
-                }
-                return [self, completion, reply = reply->toMap()] {
-                    if (self)
-                        self->d->consumeRegistrationReply(reply);
-                    completion(true, {});
-                };
-            })
-        ->resume();
-}
-
-void ZuveroConnectionPrivate::afterRegistration(std::function<void()> send, Failure failed)
-{
-    ZVXConnectionAPI *facade = api();
-    if (!facade) {
-        failed(facadeGone());
-        return;
-    }
-    facade->registerIfNeeded([send = std::move(send),
-                              failed = std::move(failed)](bool success, const ZuveroError &error) {
-        ZVXMainThread::assertMainThread();
-        if (success)
-            send();
-        else
-            failed(error);
+    d->run({
+        .path = QStringLiteral("/register"),
+        .method = "POST",
+        .registersFirst = false, // this is the registration
+        .body = jsonBody(d->registrationBody()),
+        .refused =
+            [](const ZVXURLSessionResult &result) {
+                ZVXLog(QStringLiteral("Failed registering: %1 (%2)")
+                           .arg(QString::fromUtf8(
+                                    result.data.value_or(QByteArray()).left(LoggedBodyLimit)),
+                                describeError(result.error)));
+            },
+        .succeeded = [self, completion](const QJsonObject &reply) -> std::function<void()> {
+            return [self, completion, reply] {
+                if (self)
+                    self->d->consumeRegistrationReply(reply);
+                completion(true, {});
+            };
+        },
+        .failed = [completion](const ZuveroError &error) { completion(false, error); },
     });
-}
-
-std::function<void()> ZuveroConnectionPrivate::beginNetworkActivity()
-{
-    if (ZVXConnectionAPI *facade = api())
-        facade->beginNetworkActivity();
-    return [self = QPointer<ZuveroConnection>(q)] {
-        if (ZVXConnectionAPI *facade = self ? self->d->api() : nullptr)
-            facade->endNetworkActivity();
-    };
-}
-
-std::shared_ptr<ZVXURLSessionTask>
-ZuveroConnectionPrivate::jsonTask(const ZVXURLRequest &request, ReplyStep onReply, Failure failed)
-{
-    return session->dataTask(request,
-                             [onReply = std::move(onReply), failed = std::move(failed)](
-                                 const ZVXURLSessionResult &result) -> ZVXURLSession::Completion {
-                                 ZuveroError error;
-                                 const std::optional<QVariant> reply = handleReceivedJSON(
-                                     result, [&error](const ZuveroError &e) { error = e; });
-                                 if (!reply)
-                                     return [failed, error] { failed(error); };
-                                 return onReply(*reply);
-                             });
 }
 
 void ZuveroConnection::loadUserStatus(CountCompletion completion)
 {
-    ZVXMainThread::assertMainThread();
     const QPointer<ZuveroConnection> self(this);
-    const auto failed
-        = [completion](const ZuveroError &error) { completion(ZuveroNotFound, error); };
-    d->afterRegistration(
-        [self, completion, failed] {
-            if (!self)
-                return failed(facadeGone());
-            ZVXURLRequest request = self->d->requestWithPath(QStringLiteral("/status"));
-            request.setHTTPMethod("GET");
-            self->d
-                ->jsonTask(
-                    request,
-                    [self, completion](const QVariant &reply) -> std::function<void()> {
-                        return [self, completion,
-                                count = reply.toMap().value(QStringLiteral("unreadCount"))] {
-                            ZVXConnectionAPI *api = self ? self->d->api() : nullptr;
-                            if (api)
-                                self->d->consumeUnreadCount(count);
-                            // The facade's count after the update, not the raw reply.
-                            completion(api ? api->unreadCount() : ZuveroNotFound, {});
-                        };
-                    },
-                    failed)
-                ->resume();
-        },
-        failed);
+    d->run({
+        .path = QStringLiteral("/status"),
+        // The facade's count after the update, not the raw reply.
+        .succeeded = takeUnreadCount(self,
+                                     [self, completion] {
+                                         ZVXConnectionAPI *api = self ? self->d->api() : nullptr;
+                                         completion(api ? api->unreadCount() : ZuveroNotFound, {});
+                                     }),
+        .failed = [completion](const ZuveroError &error) { completion(ZuveroNotFound, error); },
+    });
 }
 
 void ZuveroConnection::fetchUnreadCountWithCompletion(CountCompletion completion)
 {
-    ZVXMainThread::assertMainThread();
-    ZVXConnectionAPI *api = d->api();
-    if (!api) {
-        completion(ZuveroNotFound, facadeGone());
-        return;
-    }
-    const std::function<void()> end = d->beginNetworkActivity();
     const QPointer<ZuveroConnection> self(this);
-    d->afterRegistration(
-        [self, completion, end] {
-            if (!self) {
-                completion(ZuveroNotFound, facadeGone());
-                return;
-            }
-            ZVXURLRequest request = self->d->requestWithPath(QStringLiteral("/status"));
-            request.setHTTPMethod("GET");
-            // This fetch has checks of its own, made on the main thread, and logs nothing.
-            self->d->session
-                ->dataTask(request,
-                           [self, completion,
-                            end](const ZVXURLSessionResult &result) -> ZVXURLSession::Completion {
-                               return [self, completion, end, result] {
-                                   end();
-                                   if (!result.data)
-                                       return completion(ZuveroNotFound, result.error);
-                                   if (result.data->isEmpty() && !result.response
-                                       && !result.error.isNull())
-                                       return completion(ZuveroNotFound, result.error);
-                                   if (!result.response)
-                                       return completion(ZuveroNotFound, badServerResponse());
-                                   const int status = result.response->statusCode;
-                                   if (status < 200 || status >= 300)
-                                       return completion(
-                                           ZuveroNotFound,
-                                           ZuveroError(QString(ZuveroHTTPErrorDomain), status));
-                                   ZuveroError parseError;
-                                   const std::optional<QVariant> json
-                                       = ZVXJSON::parse(*result.data, &parseError);
-                                   if (!json)
-                                       return completion(ZuveroNotFound, parseError);
-                                   const QVariantMap reply = json->toMap();
-                                   if (!reply.contains(QStringLiteral("unreadCount")))
-                                       return completion(ZuveroNotFound, badServerResponse());
-                                   const QVariant count
-                                       = reply.value(QStringLiteral("unreadCount"));
-                                   if (self)
-                                       self->d->consumeUnreadCount(count);
-                                   completion(count.toLongLong(), {});
-                               };
-                           })
-                ->resume();
+    d->run({
+        .path = QStringLiteral("/status"),
+        .checks = ZuveroConnectionPrivate::ReplyChecks::UnreadCount,
+        .succeeded = [self, completion](const QJsonObject &reply) -> std::function<void()> {
+            return [self, completion, count = reply.value(QLatin1String("unreadCount"))] {
+                if (self)
+                    self->d->consumeUnreadCount(count);
+                completion(count.toVariant().toLongLong(), {});
+            };
         },
-        [completion, end](const ZuveroError &error) {
-            end();
-            completion(ZuveroNotFound, error);
-        });
+        .failed = [completion](const ZuveroError &error) { completion(ZuveroNotFound, error); },
+    });
 }
 
 void ZuveroConnection::loadMessageSinceDate(const QDateTime &since, quint32 limit,
@@ -496,144 +559,102 @@ void ZuveroConnection::loadMessageUntilDate(const QDateTime &until, quint32 limi
 void ZuveroConnection::loadMessageSinceDate(const QDateTime &since, const QDateTime &until,
                                             quint32 limit, MessagesCompletion completion)
 {
-    ZVXMainThread::assertMainThread();
-    ZVXConnectionAPI *api = d->api();
-    if (!api) {
-        completion(std::nullopt, false, facadeGone());
-        return;
-    }
-    // Every ending (registration failure, request failure, success) ends the activity once.
-    const std::function<void()> end = d->beginNetworkActivity();
     const QPointer<ZuveroConnection> self(this);
-    const auto failed = [end, completion](const ZuveroError &error) {
-        end();
-        completion(std::nullopt, false, error);
-    };
-    const QString path = ZuveroConnectionPrivate::messagesPath(since, until, limit);
-    d->afterRegistration(
-        [self, completion, failed, end, path] {
-            if (!self)
-                return failed(facadeGone());
-            ZVXURLRequest request = self->d->requestWithPath(path);
-            request.setHTTPMethod("GET");
-            self->d
-                ->jsonTask(
-                    request,
-                    [self, completion, end](const QVariant &json) -> std::function<void()> {
-                        // Built here, off the main thread; entries that do not parse are dropped.
-                        const QVariantMap reply = json.toMap();
-                        const bool more
-                            = ZVXModelValues::flag(reply.value(QStringLiteral("moreMessages")));
-                        ZuveroChatMessageList messages;
-                        const QVariant list
-                            = ZuveroSkipNSNullRecursively(reply.value(QStringLiteral("messages")));
-                        for (const QVariant &entry : list.toList()) {
-                            if (ZuveroChatMessagePtr message
-                                = ZuveroChatMessage::initWithPropertyList(entry))
-                                messages.append(message);
-                        }
-                        return [self, completion, end, messages, more,
-                                count = reply.value(QStringLiteral("unreadCount"))] {
-                            if (self)
-                                self->d->consumeUnreadCount(count);
-                            end();
-                            completion(messages, more, {});
-                        };
-                    },
-                    failed)
-                ->resume();
+    d->run({
+        .path = ZuveroConnectionPrivate::messagesPath(since, until, limit),
+        .succeeded = [self, completion](const QJsonObject &reply) -> std::function<void()> {
+            // Built here, off the main thread; entries that do not read as messages are dropped.
+            const bool more
+                = ZVXModelValues::flag(reply.value(QLatin1String("moreMessages")).toVariant());
+            ZuveroChatMessageList messages;
+            const QJsonArray list = reply.value(QLatin1String("messages")).toArray();
+            messages.reserve(list.size());
+            for (const QJsonValue &entry : list) {
+                if (ZuveroChatMessagePtr message = ZuveroChatMessage::initWithPropertyList(
+                        ZuveroSkipNSNullRecursively(entry.toVariant())))
+                    messages.append(message);
+            }
+            return [self, completion, messages, more,
+                    count = reply.value(QLatin1String("unreadCount"))] {
+                if (self)
+                    self->d->consumeUnreadCount(count);
+                completion(messages, more, {});
+            };
         },
-        failed);
+        .failed
+        = [completion](const ZuveroError &error) { completion(std::nullopt, false, error); },
+    });
 }
 
 void ZuveroConnection::sendChatMessage(const ZuveroChatMessagePtr &message, Completion completion,
                                        Progress progress)
 {
     ZVXMainThread::assertMainThread();
-    ZVXConnectionAPI *api = d->api();
-    if (!message || message->uuid().isEmpty() || !api) {
-        completion(false, api ? ZuveroError() : facadeGone());
+    if (!message || message->uuid().isEmpty()) {
+        completion(false, {});
         return;
     }
-    const std::function<void()> end = d->beginNetworkActivity();
     const QPointer<ZuveroConnection> self(this);
-    d->afterRegistration(
-        [self, message, completion, progress, end] {
-            if (!self) {
-                completion(false, facadeGone());
-                return;
-            }
-            ZuveroConnectionPrivate *d = self->d.get();
-            ZuveroError encodingError;
-            const std::optional<QByteArray> json
-                = ZVXJSON::serialize(d->messageBody(*message), &encodingError);
-            if (!json) {
-                end();
-                completion(false, encodingError);
-                return;
-            }
-            ZVXMultipart multipart;
-            multipart.addData(*json, QStringLiteral("message"), QStringLiteral("application/json"));
-            const ZuveroChatAttachmentList attachments
-                = message->attachments().value_or(ZuveroChatAttachmentList());
-            for (const ZuveroChatAttachmentPtr &attachment : attachments) {
-                if (!attachment->uuid().isEmpty() && attachment->data())
-                    multipart.addData(attachment->data(), attachment->uuid(),
-                                      attachment->contentType(), attachment->uuid());
-            }
-            ZVXURLRequest request = d->requestWithPath(QStringLiteral("/messages"));
-            request.setHTTPMethod("POST");
-            request.setValue(multipart.contentType().toLatin1(), "Content-Type");
-            request.setHTTPBody(multipart.data());
-            // A context goes with exactly one message: the one it was sent with.
-            const ZVXConnectionAPI::MessageContext context
-                = d->api() ? d->api()->messageContext() : nullptr;
-            const QDateTime start = ZVXClock::currentTime();
-            const qsizetype jsonSize = json->size();
-
-            auto task = std::make_shared<std::shared_ptr<ZVXURLSessionTask>>();
-            const auto finish
-                = [self, task, end, completion](bool success, const ZuveroError &error) {
-                      if (self && *task)
-                          self->d->progressObserver->removeTask(*task, success ? 1.0 : 0.0,
-                                                                success ? 1.0 : 0.0);
-                      end();
-                      completion(success, error);
-                  };
-            *task = d->session->dataTask(
-                request,
-                [self, message, context, start, jsonSize,
-                 finish](const ZVXURLSessionResult &result) -> ZVXURLSession::Completion {
-                    ZVXLog(
-                        QStringLiteral("ZuveroConnection: Uploaded message %1 Kb in %2 sec :\n%3")
-                            .arg(QString::number(double(jsonSize) / 1024.0, 'f', 2),
-                                 QString::number(start.msecsTo(ZVXClock::currentTime()) / 1000.0,
-                                                 'f', 3),
-                                 message->description()));
-                    ZuveroError error;
-                    const std::optional<QVariant> reply
-                        = ZuveroConnectionPrivate::handleReceivedJSON(
-                            result, [&error](const ZuveroError &e) { error = e; });
-                    if (!reply)
-                        return [finish, error] { finish(false, error); };
-                    return [self, context, finish,
-                            count = reply->toMap().value(QStringLiteral("unreadCount"))] {
-                        if (ZVXConnectionAPI *facade = self ? self->d->api() : nullptr) {
-                            self->d->consumeUnreadCount(count);
-                            if (facade->messageContext() == context)
-                                facade->clearMessageContext();
-                        }
-                        finish(true, {});
-                    };
-                });
-            if (progress)
-                d->progressObserver->addTask(*task, progress);
-            (*task)->resume();
+    // Made now, on the main thread: the message itself may change while the upload runs.
+    const QString description = message->description();
+    // What the body was built with, filled in once before the request starts: the context (which
+    // goes with exactly one message) and the size of the JSON part.
+    struct SentBody
+    {
+        ZVXConnectionAPI::MessageContext context;
+        qsizetype jsonSize = 0;
+    };
+    auto sent = std::make_shared<SentBody>();
+    const QDateTime start = ZVXClock::currentTime();
+    d->run({
+        .path = QStringLiteral("/messages"),
+        .method = "POST",
+        .body =
+            [self, message, sent](ZVXURLRequest &request) {
+                ZuveroConnectionPrivate *d = ZuveroConnectionPrivate::get(self);
+                ZuveroError error;
+                const std::optional<QByteArray> json
+                    = ZVXJSON::serialize(d->messageBody(*message), &error);
+                if (!json)
+                    return error;
+                ZVXMultipart multipart;
+                multipart.addData(*json, QStringLiteral("message"),
+                                  QStringLiteral("application/json"));
+                for (const ZuveroChatAttachmentPtr &attachment :
+                     message->attachments().value_or(ZuveroChatAttachmentList())) {
+                    if (!attachment->uuid().isEmpty() && attachment->data())
+                        multipart.addData(attachment->data(), attachment->uuid(),
+                                          attachment->contentType(), attachment->uuid());
+                }
+                request.setValue(multipart.contentType().toLatin1(), "Content-Type");
+                request.setHTTPBody(multipart.data());
+                *sent = {d->api() ? d->api()->messageContext() : nullptr, json->size()};
+                return ZuveroError();
+            },
+        .progress = progress,
+        // Failures too are logged with the size of the message's JSON part.
+        .arrived =
+            [description, start,
+             body = std::shared_ptr<const SentBody>(sent)](const ZVXURLSessionResult &) {
+                ZVXLog(QStringLiteral("ZuveroConnection: Uploaded message %1 Kb in %2 sec :\n%3")
+                           .arg(QString::number(double(body->jsonSize) / 1024.0, 'f', 2),
+                                QString::number(start.msecsTo(ZVXClock::currentTime()) / 1000.0,
+                                                'f', 3),
+                                description));
+            },
+        .succeeded = [self, sent, completion](const QJsonObject &reply) -> std::function<void()> {
+            return [self, sent, completion, count = reply.value(QLatin1String("unreadCount"))] {
+                if (ZVXConnectionAPI *facade = self ? self->d->api() : nullptr) {
+                    self->d->consumeUnreadCount(count);
+                    // Only the very context that was sent; a newer one waits for the next message.
+                    if (facade->messageContext() == sent->context)
+                        facade->clearMessageContext();
+                }
+                completion(true, {});
+            };
         },
-        [completion, end](const ZuveroError &error) {
-            end();
-            completion(false, error);
-        });
+        .failed = [completion](const ZuveroError &error) { completion(false, error); },
+    });
 }
 
 void ZuveroConnection::markReadMessages(const ZuveroChatMessageList &messages,
@@ -644,33 +665,11 @@ void ZuveroConnection::markReadMessages(const ZuveroChatMessageList &messages,
         completion(true, {});
         return;
     }
-    const QPointer<ZuveroConnection> self(this);
-    const auto failed = [completion](const ZuveroError &error) { completion(false, error); };
-    const QVariantMap body = ZuveroConnectionPrivate::markBody(messages);
-    d->afterRegistration(
-        [self, completion, failed, body] {
-            if (!self)
-                return failed(facadeGone());
-            ZuveroError encodingError;
-            const std::optional<QByteArray> json = ZVXJSON::serialize(body, &encodingError);
-            if (!json)
-                return failed(encodingError);
-            ZVXURLRequest request = self->d->requestWithPath(QStringLiteral("/mark_messages"));
-            request.setHTTPMethod("POST");
-            request.setHTTPBody(*json);
-            self->d
-                ->jsonTask(
-                    request,
-                    [self, completion](const QVariant &reply) -> std::function<void()> {
-                        return [self, completion,
-                                count = reply.toMap().value(QStringLiteral("unreadCount"))] {
-                            if (self)
-                                self->d->consumeUnreadCount(count);
-                            completion(true, {});
-                        };
-                    },
-                    failed)
-                ->resume();
-        },
-        failed);
+    d->run({
+        .path = QStringLiteral("/mark_messages"),
+        .method = "POST",
+        .body = jsonBody(ZuveroConnectionPrivate::markBody(messages)),
+        .succeeded = takeUnreadCount(this, [completion] { completion(true, {}); }),
+        .failed = [completion](const ZuveroError &error) { completion(false, error); },
+    });
 }

@@ -11,10 +11,6 @@
 #include <memory>
 #include <optional>
 
-//! Errors of the facade and the connection; a server's refusal carries its HTTP status as the code.
-inline constexpr QLatin1String ZuveroErrorDomain{"com.zuvero.errors"};
-//! Errors of the unread-count fetch, with the HTTP status as the code.
-inline constexpr QLatin1String ZuveroHTTPErrorDomain{"com.zuvero.http.error"};
 //! The count reported when none could be read.
 inline constexpr qint64 ZuveroNotFound = std::numeric_limits<qint64>::max();
 

@@ -4,6 +4,8 @@
 #include "ZVXURLRequest.h"
 #include "ZuveroConnection.h"
 
+#include <QJsonObject>
+#include <QJsonValue>
 #include <QPointer>
 #include <QUrl>
 
@@ -12,13 +14,58 @@ class ZVXURLSession;
 class ZVXURLSessionTask;
 
 /*
-    The connection's request building, reply checking and bookkeeping, kept
+    The connection's request pipeline, reply checks and bookkeeping, kept
     out of its public header.
+
+    Every API call is a ZuveroConnectionPrivate::Call: what to send and what
+    to make of the answer. run() takes each one through the same steps, in
+    this order: the network-activity bracket opens; registration runs first
+    (for every call but the registration itself); the request is built with
+    the standard headers at that moment (so it carries the token registration
+    may just have made); the reply is checked off the main thread; and the
+    call ends exactly once, on the main thread, with its success step or its
+    failure, after which the bracket closes.
 */
 class ZUVERO_EXPORT ZuveroConnectionPrivate
 {
 public:
     using Failure = std::function<void(const ZuveroError &error)>;
+    //! Runs off the main thread with a reply that passed its checks; returns the step that ends
+    //! the call on the main thread. It captures values made for it, never shared objects.
+    using ReplyStep = std::function<std::function<void()>(const QJsonObject &reply)>;
+
+    //! The two orders in which a reply is checked.
+    enum class ReplyChecks {
+        //! Every call's: the transport, an HTTP reply, JSON, then the status with the server's
+        //! reason (handleReceivedJSON()).
+        Standard,
+        //! The unread-count fetch's own: the status comes before the JSON, and a reply without
+        //! "unreadCount" is a bad server response (checkUnreadCountReply()).
+        UnreadCount,
+    };
+
+    //! One API call, described.
+    struct Call
+    {
+        //! After "/api/1.0"; it may carry a query.
+        QString path{};
+        QByteArray method = "GET";
+        //! False only for the registration itself.
+        bool registersFirst = true;
+        ReplyChecks checks = ReplyChecks::Standard;
+        //! Sets the body (and its type) once registration is done; an error ends the call.
+        std::function<ZuveroError(ZVXURLRequest &request)> body{};
+        //! Reports the upload of the body through the progress observer.
+        ZuveroConnection::Progress progress{};
+        //! Off the main thread, when the reply arrives, before it is checked.
+        std::function<void(const ZVXURLSessionResult &result)> arrived{};
+        //! Off the main thread, after a reply failed its checks.
+        std::function<void(const ZVXURLSessionResult &result)> refused{};
+        ReplyStep succeeded{};
+        //! Every failure ends here, on the main thread: no facade, registration, body, transport,
+        //! reply.
+        Failure failed{};
+    };
 
     ZuveroConnectionPrivate(ZuveroConnection *q, ZVXConnectionAPI *api);
     ~ZuveroConnectionPrivate();
@@ -31,6 +78,9 @@ public:
     //! The facade, or null once it is gone.
     ZVXConnectionAPI *api() const;
 
+    //! Takes \a call through the pipeline. Main thread.
+    void run(Call call);
+
     //! "https://<host>/api/1.0<path>", the path taken as written (it may carry a query).
     QUrl apiURLWithPath(const QString &path) const;
     //! A request on that URL with the standard headers, in their order.
@@ -39,56 +89,47 @@ public:
     std::optional<ZVXURLRequest> cacheableRequestWithURL(const QUrl &url) const;
 
     /*!
-        The JSON value of a reply, or nothing after \a failure has been
-        called (exactly once) with what went wrong. Runs off the main thread.
+        The JSON value (an object or an array) of a reply, or nothing after
+        \a failure has been called (exactly once) with what went wrong.
+        Touches nothing but the log, so it runs off the main thread.
     */
-    static std::optional<QVariant> handleReceivedJSON(const ZVXURLSessionResult &result,
-                                                      const Failure &failure);
+    static std::optional<QJsonValue> handleReceivedJSON(const ZVXURLSessionResult &result,
+                                                        const Failure &failure);
+    //! The unread-count fetch's reply object, or nothing after \a failure (called exactly once).
+    static std::optional<QJsonObject> checkUnreadCountReply(const ZVXURLSessionResult &result,
+                                                            const Failure &failure);
 
     // Values the server hands back, taken over on the main thread.
-    void consumeUnreadCount(const QVariant &value);
-    void consumePollingInterval(const QVariant &value);
-    void consumeSourceInfo(const QVariant &value);
-    void consumeSourceInfoWelcomeMessage(const QVariant &value);
-    void consumeRegistrationReply(const QVariantMap &reply);
+    void consumeUnreadCount(const QJsonValue &value);
+    void consumePollingInterval(const QJsonValue &value);
+    void consumeSourceInfo(const QJsonValue &value);
+    void consumeSourceInfoWelcomeMessage(const QJsonValue &value);
+    void consumeRegistrationReply(const QJsonObject &reply);
 
-    //! The query of the message list: "since=...&until=...&limit=...".
+    //! The path and query of the message list: "/messages?since=...&until=...&limit=...".
     static QString messagesPath(const QDateTime &since, const QDateTime &until, quint32 limit);
     //! The "message" part of a send.
     QVariantMap messageBody(const ZuveroChatMessage &message) const;
     //! The body of a read mark.
     static QVariantMap markBody(const ZuveroChatMessageList &messages);
+    //! The body of the registration.
+    QVariantMap registrationBody() const;
     //! "model (machine); system version" of this computer.
     static QString deviceInfo();
-
-    /*!
-        Registers when needed, then runs \a send on the main thread; a
-        failed registration (or a facade that is gone) ends in \a failed.
-    */
-    void afterRegistration(std::function<void()> send, Failure failed);
-
-    /*!
-        Tells the facade that a request begins, and returns the step that
-        tells it that the request has ended (harmless once the connection is gone).
-    */
-    std::function<void()> beginNetworkActivity();
-
-    //! Turns a JSON reply into the step that runs next on the main thread. Runs off the main
-    //! thread.
-    using ReplyStep = std::function<std::function<void()>(const QVariant &reply)>;
-    /*!
-        A task on the API session whose reply passes handleReceivedJSON():
-        a JSON value goes to \a onReply, any failure to \a failed on the
-        main thread.
-    */
-    std::shared_ptr<ZVXURLSessionTask> jsonTask(const ZVXURLRequest &request, ReplyStep onReply,
-                                                Failure failed);
 
     ZVXURLSession *session = nullptr;
     ZVXURLSession *fileLoadingSession = nullptr;
     ZVXConnectionProgressObserver *progressObserver = nullptr;
 
 private:
+    void send(const std::shared_ptr<const Call> &call, const Failure &fail,
+              const std::function<void()> &end);
+    /*!
+        Tells the facade that a request begins, and returns the step that
+        tells it that the request has ended (harmless once the connection is gone).
+    */
+    std::function<void()> beginNetworkActivity();
+
     ZuveroConnection *q;
     ZVXConnectionAPI *m_api;
     QPointer<QObject> m_apiObject;

@@ -88,7 +88,8 @@ void ZVXConcurrentOperation::finishWithSuccess(bool success, const ZuveroError &
         m_error = ZuveroError();
     } else {
         m_error = error.isNull() ? ZuveroError::withDescription(ZVXConcurrentOperationErrorDomain,
-                                                                0, QStringLiteral("Unknown error"))
+                                                                ZVXConcurrentOperationErrorUnknown,
+                                                                QStringLiteral("Unknown error"))
                                  : error;
     }
     m_success = success;

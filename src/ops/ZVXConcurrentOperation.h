@@ -6,9 +6,6 @@
 
 #include <optional>
 
-inline constexpr QLatin1String ZVXConcurrentOperationErrorDomain{
-    "ZVXConcurrentOperationErrorDomain"};
-
 class ZVXOperationDependencyPropagation;
 
 /*!

@@ -11,6 +11,62 @@ class QDebug;
 //! The user-info key of an error's human-readable description.
 inline constexpr QLatin1String ZuveroLocalizedDescriptionKey{"NSLocalizedDescription"};
 
+// Every error domain of the library, with the codes it gives a meaning to.
+
+//! The facade and the server connection. A server's refusal carries its HTTP status as the code.
+inline constexpr QLatin1String ZuveroErrorDomain{"com.zuvero.errors"};
+enum ZuveroErrorCode : qint64 {
+    //! No HTTP reply came (or the facade that made the request is gone).
+    ZuveroErrorNoHTTPResponse = 1,
+    //! An attachment whose contents cannot be opened.
+    ZuveroErrorAttachmentCannotBeOpened = 2,
+    //! Registration needs a token, and there is none.
+    ZuveroErrorNoToken = 3,
+    //! Codes from this one up are HTTP statuses of a server's refusal.
+    ZuveroErrorFirstServerRefusal = 400,
+};
+
+//! The unread-count fetch: the HTTP status of a reply outside 200-299, with no further information.
+inline constexpr QLatin1String ZuveroHTTPErrorDomain{"com.zuvero.http.error"};
+
+/*!
+    Transport failures. The code is a QNetworkReply::NetworkError
+    (SslHandshakeFailedError for a certificate that fails verification,
+    TimeoutError, OperationCanceledError, ProtocolFailure for a body that
+    cannot be decoded...), or one of the codes below.
+*/
+inline constexpr QLatin1String ZuveroURLErrorDomain{"com.zuvero.url"};
+enum ZuveroURLErrorCode : qint64 {
+    //! A reply without HTTP, or without a value the call cannot do without.
+    ZuveroURLErrorBadServerResponse = -1011,
+};
+
+//! JSON text that does not parse, or a value JSON cannot hold.
+inline constexpr QLatin1String ZuveroJSONErrorDomain{"com.zuvero.json"};
+enum ZuveroJSONErrorCode : qint64 {
+    ZuveroJSONErrorInvalidValue = 1, //!< a value JSON cannot represent
+    ZuveroJSONErrorParse = 2, //!< text that is not a JSON object or array
+};
+
+//! An XML property list that does not parse.
+inline constexpr QLatin1String ZuveroPropertyListErrorDomain{"com.zuvero.plist"};
+enum ZuveroPropertyListErrorCode : qint64 {
+    ZuveroPropertyListErrorParse = 1,
+};
+
+//! A configuration file that cannot be read or holds no dictionary.
+inline constexpr QLatin1String ZuveroConfigurationErrorDomain{"com.zuvero.configuration"};
+enum ZuveroConfigurationErrorCode : qint64 {
+    ZuveroConfigurationErrorUnreadable = 1,
+};
+
+//! An operation that failed without saying why.
+inline constexpr QLatin1String ZVXConcurrentOperationErrorDomain{
+    "ZVXConcurrentOperationErrorDomain"};
+enum ZVXConcurrentOperationErrorCode : qint64 {
+    ZVXConcurrentOperationErrorUnknown = 0,
+};
+
 class ZuveroErrorData;
 
 /*!

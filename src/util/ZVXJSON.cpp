@@ -16,7 +16,7 @@ namespace {
 ZuveroError invalidValue(const QVariant &value)
 {
     return ZuveroError::withDescription(
-        QString(ErrorDomain), InvalidValueError,
+        QString(ZuveroJSONErrorDomain), ZuveroJSONErrorInvalidValue,
         QStringLiteral("Invalid type in JSON write (%1)")
             .arg(QString::fromLatin1(value.metaType().name() ? value.metaType().name()
                                                              : "invalid")));
@@ -105,9 +105,9 @@ std::optional<QByteArray> serialize(const QVariant &value, ZuveroError *error)
     if (json->isArray())
         return QJsonDocument(json->toArray()).toJson(QJsonDocument::Compact);
     if (error)
-        *error
-            = ZuveroError::withDescription(QString(ErrorDomain), InvalidValueError,
-                                           QStringLiteral("Invalid top-level type in JSON write"));
+        *error = ZuveroError::withDescription(
+            QString(ZuveroJSONErrorDomain), ZuveroJSONErrorInvalidValue,
+            QStringLiteral("Invalid top-level type in JSON write"));
     return std::nullopt;
 }
 
@@ -118,7 +118,7 @@ std::optional<QVariant> parse(const QByteArray &text, ZuveroError *error)
     if (parseError.error != QJsonParseError::NoError) {
         if (error)
             *error = ZuveroError::withDescription(
-                QString(ErrorDomain), ParseError,
+                QString(ZuveroJSONErrorDomain), ZuveroJSONErrorParse,
                 QStringLiteral("JSON text did not parse: %1 at offset %2")
                     .arg(parseError.errorString())
                     .arg(parseError.offset));

@@ -15,12 +15,6 @@
 */
 namespace ZVXJSON {
 
-inline constexpr QLatin1String ErrorDomain{"com.zuvero.json"};
-enum ErrorCode {
-    InvalidValueError = 1, //!< a value JSON cannot represent
-    ParseError = 2, //!< text that is not a JSON object or array
-};
-
 //! Compact JSON text of an object or array.
 ZUVERO_EXPORT std::optional<QByteArray> serialize(const QVariant &value,
                                                   ZuveroError *error = nullptr);

@@ -98,7 +98,7 @@ std::shared_ptr<ZVXJWT> ZVXJWT::initWithJWT(const std::optional<QString> &jwt,
     if (!header || header->metaType().id() != QMetaType::QVariantMap) {
         if (parseError.isNull())
             parseError
-                = ZuveroError::withDescription(QString(ZVXJSON::ErrorDomain), ZVXJSON::ParseError,
+                = ZuveroError::withDescription(QString(ZuveroJSONErrorDomain), ZuveroJSONErrorParse,
                                                QStringLiteral("JSON text is not an object"));
         ZVXLogError(QStringLiteral("ZVXJWT: failed to parse JSON from data: %1 Error: %2")
                         .arg(ZVXDescribeBytes(*headerBytes), parseError.localizedDescription()));

@@ -182,7 +182,7 @@ private:
         if (!m_failed) {
             m_failed = true;
             m_error = ZuveroError::withDescription(
-                QString(ErrorDomain), 1,
+                QString(ZuveroPropertyListErrorDomain), ZuveroPropertyListErrorParse,
                 QStringLiteral("Property list error at line %1, column %2: %3")
                     .arg(m_xml.lineNumber())
                     .arg(m_xml.columnNumber())

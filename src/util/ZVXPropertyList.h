@@ -15,8 +15,6 @@
 */
 namespace ZVXPropertyList {
 
-inline constexpr QLatin1String ErrorDomain{"com.zuvero.plist"};
-
 //! The value of the property list in \a xml; nothing and an \a error describing where it went
 //! wrong.
 ZUVERO_EXPORT std::optional<QVariant> parse(const QByteArray &xml, ZuveroError *error = nullptr);

@@ -138,7 +138,7 @@ void TestURLSession::untrustedCertificateFailsUntilTrusted()
 
     auto failed = start(session, request);
     QTRY_VERIFY(failed->finishedAs);
-    QCOMPARE(failed->result.error.domain(), ZVXURLErrorDomain);
+    QCOMPARE(failed->result.error.domain(), ZuveroURLErrorDomain);
     QCOMPARE(failed->result.error.code(), QNetworkReply::SslHandshakeFailedError);
     QVERIFY(!failed->result.data && !failed->result.response);
 
@@ -264,7 +264,7 @@ void TestURLSession::timeOutsAndCancellation()
     QVERIFY(!hanging->finishedAs);
     clock.advance(1s);
     QTRY_VERIFY(queued->finishedAs);
-    QCOMPARE(hanging->result.error.domain(), ZVXURLErrorDomain);
+    QCOMPARE(hanging->result.error.domain(), ZuveroURLErrorDomain);
     QCOMPARE(hanging->result.error.code(), QNetworkReply::TimeoutError);
     QVERIFY(queued->result.error.isNull());
 

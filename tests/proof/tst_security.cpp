@@ -111,7 +111,7 @@ void TestSecurity::certificates()
         QTRY_COMPARE(server.requestCount(), 3); // registration and both messages
         return;
     }
-    QCOMPARE(outcome->domain(), ZVXURLErrorDomain);
+    QCOMPARE(outcome->domain(), ZuveroURLErrorDomain);
     QCOMPARE(outcome->code(), QNetworkReply::SslHandshakeFailedError);
     QVERIFY2(outcome->localizedDescription().contains(reason, Qt::CaseInsensitive),
              qPrintable(outcome->localizedDescription()));

@@ -1,15 +1,13 @@
 #include "ZVXOfflineQueue.h"
 
 #include "ZVXClock.h"
-#include "ZVXConversation.h"
 #include "ZVXLocalization.h"
 #include "ZVXLogging.h"
 #include "ZVXMainThread.h"
-#include "ZVXReachability.h"
-#include "ZuveroApplication.h"
-#include "Zuvero_p.h"
+#include "Zuvero.h"
 
 #include <QDirIterator>
+#include <QPointer>
 #include <QStandardPaths>
 
 using namespace std::chrono_literals;
@@ -17,18 +15,13 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr auto FinishNoticeDelay = 200ms;
-
-// The conversation a chat screen would keep, for sends made without one.
-ZVXConversation &backgroundConversation()
-{
-    static ZVXConversation conversation;
-    return conversation;
-}
+// The network's return is followed by a pass this much later.
+constexpr auto NetworkReturnDelay = 1s;
 
 } // namespace
 
-ZVXOfflineQueue::ZVXOfflineQueue(Zuvero *facade)
-    : q(facade)
+ZVXOfflineQueue::ZVXOfflineQueue(ZVXOfflineQueueAPI *facade)
+    : m_facade(facade)
 { }
 
 QVariantMap ZVXOfflineQueue::cachedConversation() const
@@ -45,11 +38,17 @@ void ZVXOfflineQueue::saveCachedMessages(const ZuveroChatMessageList &messages,
     m_hasMoreMessages = hasMoreMessages;
 }
 
+void ZVXOfflineQueue::saveOfflineMessages(const ZuveroChatMessageList &messages)
+{
+    m_offlineMessages = messages;
+}
+
 void ZVXOfflineQueue::reset()
 {
     m_messages.clear();
     m_offlineMessages.clear();
     m_hasMoreMessages = false;
+    m_backgroundConversation = ZVXConversation();
 }
 
 void ZVXOfflineQueue::addOfflineMessage(const ZuveroChatMessagePtr &message)
@@ -57,49 +56,60 @@ void ZVXOfflineQueue::addOfflineMessage(const ZuveroChatMessagePtr &message)
     message->setIsOffline(true);
     if (m_offlineMessages.contains(message))
         return;
-    m_offlineMessages.append(message);
-    ZuveroNotificationCenter::defaultCenter()->post(
-        ZuveroChatDidAddOfflineMessageNotification, q,
-        {{QStringLiteral("message"), QVariant::fromValue(message)}});
+    saveOfflineMessages(m_offlineMessages + ZuveroChatMessageList{message});
+    m_facade->post(ZuveroChatDidAddOfflineMessageNotification,
+                   {{QStringLiteral("message"), QVariant::fromValue(message)}});
 }
 
 void ZVXOfflineQueue::sendOfflineMessages(bool fromLoop)
 {
     if (!fromLoop && m_sending)
         return; // one pass at a time
-    if (!ZVXReachability::checkNetworkIsReachable() || m_offlineMessages.isEmpty()) {
+    if (!m_facade->isNetworkReachable() || m_offlineMessages.isEmpty()) {
         m_sending = false;
         return;
     }
     m_sending = true;
     const ZuveroChatMessagePtr message = m_offlineMessages.first();
-    const QPointer<Zuvero> facade(q);
-    q->connection()->sendChatMessage(
+    const QPointer<ZVXOfflineQueue> self(this);
+    m_facade->sendChatMessage(
         message,
-        [this, facade, message](bool success, const ZuveroError &error) {
-            if (!facade)
+        [self, message](bool success, const ZuveroError &error) {
+            if (!self)
                 return;
             if (success) {
-                handleSendingSuccess(m_offlineMessages, message);
-            } else if (m_remainingRetries != 0) {
-                handleSendingFailure(message, error);
+                self->handleSendingSuccess(self->m_offlineMessages, message);
+            } else if (self->m_remainingRetries != 0) {
+                self->handleSendingFailure(message, error);
             } else {
                 // Given up: marked errored, shown to the user, and out of the queue.
                 message->setIsErrored(true);
-                ZuveroApplication::sharedApplication()->showToast(
+                self->m_facade->showToast(
                     ZVXLocalization::hostString(QStringLiteral("Error")),
                     ZVXLocalization::hostString(QStringLiteral("Could not send the message")));
-                handleSendingSuccess(m_offlineMessages, message);
+                self->handleSendingSuccess(self->m_offlineMessages, message);
             }
         },
-        [facade, message](double upload, double download) {
-            if (facade)
-                ZuveroNotificationCenter::defaultCenter()->post(
-                    ZuveroChatOfflineMessageUploadProgressNotification, facade,
-                    {{QStringLiteral("message"), QVariant::fromValue(message)},
-                     {QStringLiteral("uploadProgress"), upload},
-                     {QStringLiteral("downloadProgress"), download}});
+        [self, message](double upload, double download) {
+            if (self)
+                self->m_facade->post(ZuveroChatOfflineMessageUploadProgressNotification,
+                                     {{QStringLiteral("message"), QVariant::fromValue(message)},
+                                      {QStringLiteral("uploadProgress"), upload},
+                                      {QStringLiteral("downloadProgress"), download}});
         });
+}
+
+void ZVXOfflineQueue::sendOfflineMessagesIfWaiting()
+{
+    if (m_facade->isNetworkReachable() && !m_offlineMessages.isEmpty() && !m_sending)
+        sendOfflineMessages(false);
+}
+
+void ZVXOfflineQueue::reachabilityDidChange()
+{
+    if (!m_facade->isNetworkReachable() || m_offlineMessages.isEmpty() || m_sending)
+        return;
+    ZVXClock::after(NetworkReturnDelay, this, [this] { sendOfflineMessages(false); });
 }
 
 void ZVXOfflineQueue::handleSendingSuccess(ZuveroChatMessageList queue,
@@ -111,7 +121,7 @@ void ZVXOfflineQueue::handleSendingSuccess(ZuveroChatMessageList queue,
     // The queue as it is now, not as it was when the pass began: messages
     // added during the send stay queued.
     queue.removeOne(message);
-    m_offlineMessages = queue;
+    saveOfflineMessages(queue);
     if (!m_offlineMessages.isEmpty())
         sendOfflineMessages(true);
     else
@@ -123,63 +133,60 @@ void ZVXOfflineQueue::handleSendingFailure(const ZuveroChatMessagePtr &message,
 {
     // Only the server's refusals count against the retries; transport failures wait for the
     // network.
-    if (error.domain() == ZuveroErrorDomain && error.code() >= 400)
+    if (error.domain() == ZuveroErrorDomain && error.code() >= ZuveroErrorFirstServerRefusal)
         --m_remainingRetries;
     finishPass(message);
 }
 
 void ZVXOfflineQueue::finishPass(const ZuveroChatMessagePtr &last)
 {
-    ZVXClock::after(FinishNoticeDelay, q, [this, last] {
+    ZVXClock::after(FinishNoticeDelay, this, [this, last] {
         m_sending = false;
-        ZuveroNotificationCenter::defaultCenter()->post(
-            ZuveroChatDidFinishSendingOfflineMessagesNotification, q,
-            {{QStringLiteral("message"), QVariant::fromValue(last)}});
+        m_facade->post(ZuveroChatDidFinishSendingOfflineMessagesNotification,
+                       {{QStringLiteral("message"), QVariant::fromValue(last)}});
     });
 }
 
-bool ZVXOfflineQueue::isChatScreenVisible() const
-{
-    return !ZuveroPrivate::get(q)->visibleChatViewControllers.isEmpty();
-}
-
-void ZVXOfflineQueue::postMessage(const QString &text, const Zuvero::Completion &completion)
+void ZVXOfflineQueue::postMessage(const QString &text,
+                                  const ZuveroConnection::Completion &completion)
 {
     // The caller learns only that the text was accepted for delivery.
     if (completion)
         completion(true, {});
 
     // The background conversation starts from the cache, so that saving it keeps what was there.
-    ZVXConversation &conversation = backgroundConversation();
-    conversation.setMessages(
+    m_backgroundConversation.setMessages(
         ZVXConversation::combineExistingMessages(m_messages, m_offlineMessages));
-    conversation.setHasMoreMessages(m_hasMoreMessages);
+    m_backgroundConversation.setHasMoreMessages(m_hasMoreMessages);
 
     const ZuveroChatMessagePtr message
         = ZuveroChatMessage::initWithText(text, ZuveroChatAttachmentPtr());
-    const QPointer<Zuvero> facade(q);
-    if (ZVXReachability::checkNetworkIsReachable() && m_offlineMessages.isEmpty()) {
-        q->notifyChatDidSendMessageNotification();
-        q->connection()->sendChatMessage(
-            message, [this, facade, message](bool success, const ZuveroError &) {
-                if (!facade)
+    const QPointer<ZVXOfflineQueue> self(this);
+    if (m_facade->isNetworkReachable() && m_offlineMessages.isEmpty()) {
+        m_facade->notifyChatDidSendMessage();
+        m_facade->sendChatMessage(
+            message,
+            [self, message](bool success, const ZuveroError &) {
+                if (!self)
                     return;
-                ZVXConversation &conversation = backgroundConversation();
                 message->setIsOffline(!success);
                 if (!success) {
-                    if (!isChatScreenVisible())
-                        conversation.addMessages({message});
-                    ZVXMainThread::async([this, message] { addOfflineMessage(message); }, facade);
+                    if (!self->m_facade->isChatScreenVisible())
+                        self->m_backgroundConversation.addMessages({message});
+                    ZVXMainThread::async([self, message] { self->addOfflineMessage(message); },
+                                         self);
                 }
-                saveCachedMessages(conversation.messagesToSave(), conversation.hasMoreMessages());
-            });
+                self->saveCachedMessages(self->m_backgroundConversation.messagesToSave(),
+                                         self->m_backgroundConversation.hasMoreMessages());
+            },
+            {});
         return;
     }
     // Offline, or older messages still wait: behind them, in the order of writing.
     message->setIsOffline(true);
-    if (!isChatScreenVisible())
-        conversation.addMessages(m_offlineMessages + ZuveroChatMessageList{message});
-    ZVXMainThread::async([this, message] { addOfflineMessage(message); }, facade);
+    if (!m_facade->isChatScreenVisible())
+        m_backgroundConversation.addMessages(m_offlineMessages + ZuveroChatMessageList{message});
+    ZVXMainThread::async([this, message] { addOfflineMessage(message); }, this);
 }
 
 void ZVXOfflineQueue::cleanDiskCacheIfNeeded()

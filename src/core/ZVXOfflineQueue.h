@@ -1,49 +1,85 @@
 #pragma once
 
-#include "Zuvero.h"
+#include "ZVXConversation.h"
+#include "ZuveroConnection.h"
+
+#include <QObject>
+
+/*!
+    What the offline queue needs from its facade: a way to send, whether the
+    network and a chat screen are there, and a voice to tell the host and
+    the user what happened.
+*/
+class ZVXOfflineQueueAPI
+{
+public:
+    virtual ~ZVXOfflineQueueAPI() = default;
+
+    //! The facade's own reachability monitor says the network can be reached.
+    virtual bool isNetworkReachable() const = 0;
+    virtual bool isChatScreenVisible() const = 0;
+    //! The connection's send, with its completion and progress on the main thread.
+    virtual void sendChatMessage(const ZuveroChatMessagePtr &message,
+                                 ZuveroConnection::Completion completion,
+                                 ZuveroConnection::Progress progress)
+        = 0;
+    //! Posts \a name with the facade as its object.
+    virtual void post(const QString &name, const QVariantMap &userInfo) = 0;
+    //! The did-send event: the notification, then the delegate.
+    virtual void notifyChatDidSendMessage() = 0;
+    virtual void showToast(const QString &title, const QString &text) = 0;
+};
 
 /*!
     The conversation as last shown and the queue of messages waiting to be
-    sent, both in memory for the life of the process, and the send pass that
+    sent, both in memory for the life of the facade, and the send pass that
     empties the queue oldest first. Nothing given to it is dropped: a
     message is sent, stays queued, or is marked errored and announced.
 */
-class ZVXOfflineQueue
+class ZVXOfflineQueue : public QObject
 {
+    Q_OBJECT
+
 public:
     //! How many server refusals the first sends may meet before a message is given up.
     static constexpr qint32 InitialRetries = 3;
 
-    explicit ZVXOfflineQueue(Zuvero *facade);
+    explicit ZVXOfflineQueue(ZVXOfflineQueueAPI *facade);
 
     QVariantMap cachedConversation() const;
     void saveCachedMessages(const ZuveroChatMessageList &messages, bool hasMoreMessages);
     ZuveroChatMessageList offlineMessages() const { return m_offlineMessages; }
-    void saveOfflineMessages(const ZuveroChatMessageList &messages)
-    {
-        m_offlineMessages = messages;
-    }
+    void saveOfflineMessages(const ZuveroChatMessageList &messages);
+    //! Forgets the conversation and the queue: they belonged to the previous identity.
     void reset();
 
     void addOfflineMessage(const ZuveroChatMessagePtr &message);
     bool isSending() const { return m_sending; }
     qint32 remainingRetries() const { return m_remainingRetries; }
+    //! Starts a pass, unless one runs (\a fromLoop: the pass goes on with its next message).
     void sendOfflineMessages(bool fromLoop);
+    //! Starts a pass when the network is there, messages wait and none runs (after a
+    //! registration).
+    void sendOfflineMessagesIfWaiting();
+    //! The network changed: when it is back and messages wait, a pass starts a second later.
+    void reachabilityDidChange();
 
-    void postMessage(const QString &text, const Zuvero::Completion &completion);
+    void postMessage(const QString &text, const ZuveroConnection::Completion &completion);
 
+    //! Removes the cache files that older releases left in the user's cache folder.
     static void cleanDiskCacheIfNeeded();
 
 private:
     void handleSendingSuccess(ZuveroChatMessageList queue, const ZuveroChatMessagePtr &message);
     void handleSendingFailure(const ZuveroChatMessagePtr &message, const ZuveroError &error);
     void finishPass(const ZuveroChatMessagePtr &last);
-    bool isChatScreenVisible() const;
 
-    Zuvero *q;
+    ZVXOfflineQueueAPI *m_facade;
     ZuveroChatMessageList m_messages;
     bool m_hasMoreMessages = false;
     ZuveroChatMessageList m_offlineMessages;
     bool m_sending = false;
     qint32 m_remainingRetries = InitialRetries;
+    // The conversation a chat screen would keep, for texts sent without one.
+    ZVXConversation m_backgroundConversation;
 };

@@ -1,43 +1,43 @@
 #pragma once
 
 #include "ZVXGenerationCounter.h"
-#include "Zuvero.h"
+#include "ZuveroConnection.h"
 
-/*!
-    When the facade registers with the server, how repeated requests
-    merge, and what follows from registration, from the network coming
-    back and from a push payload.
-*/
-class ZVXRegistration
+#include <QObject>
+
+//! What registration needs from its facade.
+class ZVXRegistrationAPI
 {
 public:
-    explicit ZVXRegistration(Zuvero *facade);
+    virtual ~ZVXRegistrationAPI() = default;
 
-    void registerIfNeeded(const Zuvero::Completion &completion);
-    //! The network came back: queued messages go out a second later.
-    void reachabilityDidChange();
-    bool consumeReceivedRemoteNotification(const QVariantMap &payload);
-    void handleRemoteNotificationWithIdentifier(const QString &identifier,
-                                                const QVariantMap &response);
+    virtual bool needsRegistration() const = 0;
+    virtual void setNeedsRegistration(bool needs) = 0;
+    //! Whether there is a token to register with (one set, or one the secret can sign).
+    virtual bool hasToken() = 0;
+    //! The connection's registration request.
+    virtual void registerApp(ZuveroConnection::Completion completion) = 0;
+    //! The server knows the device now: what waited for it may go.
+    virtual void didRegister() = 0;
+};
 
-    //! A message that should be read when shown; cleared when a push is consumed.
-    QString clearUnreadCountForMessageUUIDWhenRead() const { return m_clearUnreadCountForMessage; }
-    void setClearUnreadCountForMessageUUIDWhenRead(const QString &uuid)
-    {
-        m_clearUnreadCountForMessage = uuid;
-    }
+/*!
+    When the facade registers with the server and how requests for it
+    merge: calls without a completion made in one turn of the event loop
+    give one request, the last; every call with a completion gets a request
+    and its answer.
+*/
+class ZVXRegistration : public QObject
+{
+    Q_OBJECT
 
-    /*!
-        Shows a pushed message in the in-app banner. The widgets layer
-        installs its banner; without one (a headless host) the message is
-        written to the log.
-    */
-    using BannerPresenter = void (*)(const ZuveroChatMessagePtr &message, Zuvero *facade);
-    static void setBannerPresenter(BannerPresenter presenter);
+public:
+    explicit ZVXRegistration(ZVXRegistrationAPI *facade);
+
+    //! Main thread.
+    void registerIfNeeded(const ZuveroConnection::Completion &completion);
 
 private:
-    Zuvero *q;
+    ZVXRegistrationAPI *m_facade;
     ZVXGenerationCounter m_cycle;
-    QString m_clearUnreadCountForMessage;
-    ZuveroNotificationObserver m_reachabilityObserver;
 };

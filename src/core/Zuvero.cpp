@@ -9,10 +9,7 @@
 #include "ZVXLogging.h"
 #include "ZVXMainThread.h"
 #include "ZVXModelValues.h"
-#include "ZVXOfflineQueue.h"
 #include "ZVXPropertyList.h"
-#include "ZVXReachability.h"
-#include "ZVXRegistration.h"
 #include "ZVXResources.h"
 #include "ZuveroApplication.h"
 #include "ZuveroData.h"
@@ -184,15 +181,22 @@ void ZVXFacadeConnectionAPI::updateWelcomeMessage(const QString &message)
 ZuveroPrivate::ZuveroPrivate(Zuvero *q)
     : q(q)
     , connectionAPI(q)
-    , launchDate(ZVXClock::currentTime())
-    , activationDate(launchDate)
+    , m_launchDate(ZVXClock::currentTime())
+    , m_activationDate(m_launchDate)
+    , userInterface(ZVXUserInterface::make())
     , fetchUnreadCountQueue(std::make_unique<ZVXOperationQueue>())
-    , offlineQueue(std::make_unique<ZVXOfflineQueue>(q))
+    , offlineQueue(std::make_unique<ZVXOfflineQueue>(this))
+    , registration(std::make_unique<ZVXRegistration>(this))
+    , pushHandler(std::make_unique<ZVXPushHandler>(this))
 {
     fetchUnreadCountQueue->setMaxConcurrentOperationCount(1);
     reachability = ZVXReachability::reachabilityForInternetConnection(q);
-    if (reachability)
+    if (reachability) {
         reachability->startNotifier();
+        reachabilityObserver = ZuveroNotificationCenter::defaultCenter()->addObserver(
+            ZuveroNetworkReachabilityChangedNotification, reachability,
+            [this](const ZuveroNotification &) { offlineQueue->reachabilityDidChange(); });
+    }
     sdkVersion = librarySdkVersion();
 }
 
@@ -205,15 +209,108 @@ std::optional<QString> ZuveroPrivate::signedToken()
     return token->signedTokenWithSecret(apiSecret);
 }
 
+void ZuveroPrivate::setUserInterface(std::unique_ptr<ZVXUserInterface> replacement)
+{
+    userInterface = std::move(replacement);
+}
+
+// --- The facade as its helpers see it -------------------------------------------
+
+bool ZuveroPrivate::isNetworkReachable() const
+{
+    return reachability && reachability->isReachable();
+}
+
+bool ZuveroPrivate::isChatScreenVisible() const
+{
+    return !visibleChatViewControllers.isEmpty();
+}
+
+void ZuveroPrivate::sendChatMessage(const ZuveroChatMessagePtr &message,
+                                    ZuveroConnection::Completion completion,
+                                    ZuveroConnection::Progress progress)
+{
+    connection->sendChatMessage(message, std::move(completion), std::move(progress));
+}
+
+void ZuveroPrivate::post(const QString &name, const QVariantMap &userInfo)
+{
+    ZuveroNotificationCenter::defaultCenter()->post(name, q, userInfo);
+}
+
+void ZuveroPrivate::notifyChatDidSendMessage()
+{
+    q->notifyChatDidSendMessageNotification();
+}
+
+void ZuveroPrivate::showToast(const QString &title, const QString &text)
+{
+    userInterface->showToast(title, text, 0);
+}
+
+bool ZuveroPrivate::hasToken()
+{
+    return q->jwt().has_value();
+}
+
+void ZuveroPrivate::registerApp(ZuveroConnection::Completion completion)
+{
+    connection->registerApp(std::move(completion));
+}
+
+void ZuveroPrivate::didRegister()
+{
+    offlineQueue->sendOfflineMessagesIfWaiting();
+}
+
+QString ZuveroPrivate::installationIdentifier() const
+{
+    return q->installationIdentifier();
+}
+
+void ZuveroPrivate::updateUnreadCount(qint64 count)
+{
+    q->updateUnreadCount(count);
+}
+
+void ZuveroPrivate::notifyChatDidReceiveNewMessages()
+{
+    q->notifyChatDidReceiveNewMessagesNotification();
+}
+
+void ZuveroPrivate::displayChatView()
+{
+    q->displayChatView();
+}
+
+void ZuveroPrivate::showBanner(const ZuveroChatMessagePtr &message)
+{
+    const std::shared_ptr<ZuveroDelegate> host = delegate.lock();
+    if (host && host->zuveroShouldDisplayNotificationWithText
+        && !host->zuveroShouldDisplayNotificationWithText(q, message->text().value_or(QString())))
+        return;
+    userInterface->showBanner(message, q);
+}
+
+void ZuveroPrivate::postMessage(const QString &text)
+{
+    q->postMessage(text);
+}
+
+void ZuveroPrivate::chatScreenDidDisappear(quint64 identity)
+{
+    if (!visibleChatViewControllers.remove(identity))
+        return;
+    if (visibleChatViewControllers.isEmpty() && deferredUnreadCount)
+        q->updateUnreadCount(*deferredUnreadCount);
+}
+
 // --- Creation -----------------------------------------------------------------
 
 Zuvero::Zuvero(QObject *parent)
     : QObject(parent)
     , d(std::make_unique<ZuveroPrivate>(this))
-{
-    // It observes this facade's reachability, which the private part has just made.
-    d->registration = std::make_unique<ZVXRegistration>(this);
-}
+{ }
 
 Zuvero::~Zuvero()
 {
@@ -231,7 +328,7 @@ void Zuvero::postInit()
     setupDefaultCustomization();
     d->foregroundObserver = ZuveroNotificationCenter::defaultCenter()->addObserver(
         ZuveroApplicationWillEnterForegroundNotification, nullptr,
-        [this](const ZuveroNotification &) { d->activationDate = ZVXClock::currentTime(); });
+        [this](const ZuveroNotification &) { d->m_activationDate = ZVXClock::currentTime(); });
 }
 
 Zuvero *Zuvero::sharedInstance()
@@ -323,7 +420,7 @@ Zuvero *Zuvero::copyWithZone(QObject *parent)
     c->jwt = jwt();
     copy->postInit();
     // The identity is copied as it is: the copy neither resets nor registers for it.
-    c->userIdentifier = d->userIdentifier;
+    c->m_userIdentifier = d->m_userIdentifier;
     c->authenticationInfo = d->authenticationInfo;
     c->userName = d->userName;
     c->developmentAPNS = d->developmentAPNS;
@@ -390,13 +487,13 @@ QString Zuvero::installationIdentifier() const
 
 std::optional<QString> Zuvero::userIdentifier() const
 {
-    return d->userIdentifier;
+    return d->m_userIdentifier;
 }
 
 void Zuvero::setUserIdentifier(const std::optional<QString> &identifier)
 {
     // Always, even for the same value: the conversation belongs to the identity.
-    d->userIdentifier = identifier;
+    d->m_userIdentifier = identifier;
     d->jwt.reset();
     reRegister(true);
 }
@@ -439,7 +536,7 @@ void Zuvero::setJwt(const std::optional<QString> &jwt)
     d->jwt = jwt;
     // The token's claims are the identity; it is not verified here (the server is the judge).
     const QVariantMap claims = ZVXJWT::getPayloadNSDict(jwt).toMap();
-    d->userIdentifier = ZVXModelValues::text(claims.value(QStringLiteral("userId")));
+    d->m_userIdentifier = ZVXModelValues::text(claims.value(QStringLiteral("userId")));
     d->userName = ZVXModelValues::text(claims.value(QStringLiteral("userName")));
     const QVariant extra = claims.value(QStringLiteral("extra"));
     d->authenticationInfo = extra.metaType().id() == QMetaType::QVariantMap
@@ -453,8 +550,8 @@ QVariantMap Zuvero::jwtDictionary() const
     QVariantMap claims;
     if (d->authenticationInfo)
         claims.insert(QStringLiteral("extra"), *d->authenticationInfo);
-    if (d->userIdentifier)
-        claims.insert(QStringLiteral("userId"), *d->userIdentifier);
+    if (d->m_userIdentifier)
+        claims.insert(QStringLiteral("userId"), *d->m_userIdentifier);
     if (d->userName)
         claims.insert(QStringLiteral("userName"), *d->userName);
     if (d->apiKey)
@@ -516,7 +613,7 @@ void Zuvero::reRegister(bool reset)
 {
     if (reset)
         resetInMemoryMessages();
-    d->needsRegistration = true;
+    d->m_needsRegistration = true;
     const QPointer<Zuvero> self(this);
     registerIfNeeded([self](bool success, const ZuveroError &) {
         if (success && self)
@@ -568,12 +665,12 @@ void Zuvero::setInteractiveNotification(bool interactive)
 
 bool Zuvero::needsRegistration() const
 {
-    return d->needsRegistration;
+    return d->m_needsRegistration;
 }
 
 void Zuvero::setNeedsRegistration(bool needs)
 {
-    d->needsRegistration = needs;
+    d->m_needsRegistration = needs;
 }
 
 QString Zuvero::sdkVersion() const
@@ -650,28 +747,28 @@ void Zuvero::postEvent(const QString &name, const QVariantMap &userInfo,
 
 qint64 Zuvero::unreadCount() const
 {
-    return d->unreadCount;
+    return d->m_unreadCount;
 }
 
 void Zuvero::setUnreadCount(qint64 count)
 {
-    d->unreadCount = count;
+    d->m_unreadCount = count;
 }
 
 void Zuvero::updateUnreadCount(qint64 count)
 {
     // A rising count is not shown while the user is looking at the chat.
-    if (count > d->unreadCount && !d->visibleChatViewControllers.isEmpty()) {
+    if (count > d->m_unreadCount && !d->visibleChatViewControllers.isEmpty()) {
         d->deferredUnreadCount = count;
         return;
     }
     d->deferredUnreadCount.reset();
     // An unchanged count is announced again only to repair the badge.
-    if (count == d->unreadCount
+    if (count == d->m_unreadCount
         && (ZuveroApplication::sharedApplication()->applicationIconBadgeNumber() == count
             || !d->updateAppBadgeNumber))
         return;
-    d->unreadCount = count;
+    d->m_unreadCount = count;
     noteUnreadCountDidChange();
 }
 
@@ -683,7 +780,7 @@ void Zuvero::noteUnreadCountDidChange()
                       delegate.zuveroUnreadCountDidChange(notification);
               });
     if (d->updateAppBadgeNumber)
-        ZuveroApplication::sharedApplication()->setApplicationIconBadgeNumber(d->unreadCount);
+        ZuveroApplication::sharedApplication()->setApplicationIconBadgeNumber(d->m_unreadCount);
 }
 
 void Zuvero::fetchUnreadCountWithCompletionHandler(CountCompletion handler)
@@ -704,7 +801,8 @@ void Zuvero::fetchUnreadCountWithCompletionHandler(CountCompletion handler)
                     self->connection()->fetchUnreadCountWithCompletion(answer);
                 else
                     answer(ZuveroNotFound,
-                           ZuveroError::withDescription(QString(ZuveroErrorDomain), 1,
+                           ZuveroError::withDescription(QString(ZuveroErrorDomain),
+                                                        ZuveroErrorNoHTTPResponse,
                                                         QStringLiteral("The facade is gone.")));
             });
         });
@@ -765,8 +863,8 @@ void Zuvero::displayChatView()
     const std::shared_ptr<ZuveroDelegate> delegate = d->delegate.lock();
     if (delegate && delegate->zuveroDisplayChatViewController)
         delegate->zuveroDisplayChatViewController(this);
-    // The built-in presentation comes with the chat screen's widgets; until then only the host's
-    // shows.
+    else
+        d->userInterface->presentChatScreen(this);
     if (const auto current = d->delegate.lock(); current && current->onOpen)
         current->onOpen(this);
 }
@@ -777,21 +875,58 @@ QWidget *Zuvero::chatViewController()
     if (!jwt())
         throw ZuveroException(NotConfigured,
                               QStringLiteral("Please provide either an apiKey, jwt or apiSecret."));
-    return nullptr; // the chat screen's widgets are not part of the library yet
+    return d->userInterface->makeChatScreen(this);
 }
 
-void Zuvero::chatViewControllerDidAppear(const void *screen)
+ZuveroChatScreenVisibility Zuvero::chatViewControllerDidAppear(QObject *)
 {
-    const auto identity = reinterpret_cast<quintptr>(screen);
-    if (!d->visibleChatViewControllers.contains(identity))
-        d->visibleChatViewControllers.append(identity);
+    const quint64 identity = ++d->lastScreenIdentity;
+    d->visibleChatViewControllers.insert(identity);
+    return ZuveroChatScreenVisibility(this, identity);
 }
 
-void Zuvero::chatViewControllerDidDisappear(const void *screen)
+void Zuvero::chatViewControllerDidDisappear(ZuveroChatScreenVisibility &visibility)
 {
-    d->visibleChatViewControllers.removeAll(reinterpret_cast<quintptr>(screen));
-    if (d->visibleChatViewControllers.isEmpty() && d->deferredUnreadCount)
-        updateUnreadCount(*d->deferredUnreadCount);
+    visibility.end();
+}
+
+ZuveroChatScreenVisibility::ZuveroChatScreenVisibility(Zuvero *facade, quint64 identity)
+    : m_facade(facade)
+    , m_identity(identity)
+{ }
+
+ZuveroChatScreenVisibility::ZuveroChatScreenVisibility(ZuveroChatScreenVisibility &&other) noexcept
+    : m_facade(std::exchange(other.m_facade, nullptr))
+    , m_identity(std::exchange(other.m_identity, 0))
+{ }
+
+ZuveroChatScreenVisibility &
+ZuveroChatScreenVisibility::operator=(ZuveroChatScreenVisibility &&other) noexcept
+{
+    if (this != &other) {
+        end();
+        m_facade = std::exchange(other.m_facade, nullptr);
+        m_identity = std::exchange(other.m_identity, 0);
+    }
+    return *this;
+}
+
+ZuveroChatScreenVisibility::~ZuveroChatScreenVisibility()
+{
+    end();
+}
+
+bool ZuveroChatScreenVisibility::isActive() const
+{
+    return m_facade && m_identity != 0;
+}
+
+void ZuveroChatScreenVisibility::end()
+{
+    const QPointer<Zuvero> facade = std::exchange(m_facade, nullptr);
+    const quint64 identity = std::exchange(m_identity, 0);
+    if (facade && identity != 0)
+        ZuveroPrivate::get(facade)->chatScreenDidDisappear(identity);
 }
 
 namespace {
@@ -923,13 +1058,13 @@ void Zuvero::registerIfNeeded(Completion completion)
 
 bool Zuvero::consumeReceivedRemoteNotification(const QVariantMap &payload)
 {
-    return d->registration->consumeReceivedRemoteNotification(payload);
+    return d->pushHandler->consumeReceivedRemoteNotification(payload);
 }
 
 void Zuvero::handleRemoteNotificationWithIdentifier(const QString &identifier,
                                                     const QVariantMap &responseInfo)
 {
-    d->registration->handleRemoteNotificationWithIdentifier(identifier, responseInfo);
+    d->pushHandler->handleRemoteNotificationWithIdentifier(identifier, responseInfo);
 }
 
 QString Zuvero::localizeString(const QString &key)
@@ -942,6 +1077,46 @@ QString Zuvero::localizeString(const QString &key)
 QVariantMap Zuvero::normalizeConfigurationDictionary(const QVariantMap &raw)
 {
     return ZVXConfiguration::normalizeConfigurationDictionary(raw);
+}
+
+QStringList Zuvero::requiredConfigurationKeys()
+{
+    return ZVXConfiguration::requiredConfigurationKeys();
+}
+
+QStringList Zuvero::localizableStringCustomizationKeys()
+{
+    return ZVXConfiguration::localizableStringCustomizationKeys();
+}
+
+QStringList Zuvero::colorCustomizationKeys()
+{
+    return ZVXConfiguration::colorCustomizationKeys();
+}
+
+QStringList Zuvero::fontCustomizationKeys()
+{
+    return ZVXConfiguration::fontCustomizationKeys();
+}
+
+QStringList Zuvero::insetsCustomizationKeys()
+{
+    return ZVXConfiguration::insetsCustomizationKeys();
+}
+
+QStringList Zuvero::imageCustomizationKeys()
+{
+    return ZVXConfiguration::imageCustomizationKeys();
+}
+
+QStringList Zuvero::allCustomizationKeys()
+{
+    return ZVXConfiguration::allCustomizationKeys();
+}
+
+std::optional<QColor> Zuvero::zuveroColorWithHexCode(const QString &text)
+{
+    return ZVXConfiguration::zuveroColorWithHexCode(text);
 }
 
 std::optional<QVariantMap> Zuvero::configurationDictionaryWithContentsOfFile(const QString &path,

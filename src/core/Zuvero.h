@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ZVXReachability.h"
 #include "ZuveroAppearance.h"
 #include "ZuveroChatMessage.h"
 #include "ZuveroConnection.h"
@@ -12,7 +13,7 @@
 #include <optional>
 
 class QWidget;
-class ZVXReachability;
+class ZuveroChatScreenVisibility;
 class ZuveroPrivate;
 
 inline constexpr char ZuveroVersionString[] = "@(#)PROGRAM:Zuvero  PROJECT:Zuvero-1\n";
@@ -173,6 +174,8 @@ public:
     // --- Connection and events ---------------------------------------------
 
     ZuveroConnection *connection() const;
+    //! The facade's monitor of the route to the Internet; it posts
+    //! ZuveroNetworkReachabilityChangedNotification.
     ZVXReachability *reachability() const;
     std::shared_ptr<ZuveroDelegate> delegate() const;
     void setDelegate(const DelegatePtr &delegate);
@@ -197,11 +200,34 @@ public:
 
     // --- The chat screen ---------------------------------------------------
 
+    /*!
+        Shows the chat: through the delegate's zuveroDisplayChatViewController
+        when it has one, else the library's own way; then tells the delegate
+        (onOpen). Raises "Zuvero is not properly configured." without credentials.
+    */
     void displayChatView();
+    /*!
+        A new chat screen in its navigation container, configured from this
+        facade, for a host that presents it itself; null in an application
+        without widgets. Raises "Zuvero is not properly configured." without
+        credentials.
+    */
     QWidget *chatViewController();
-    //! A chat screen reports itself; \a screen identifies it and is never dereferenced.
-    void chatViewControllerDidAppear(const void *screen);
-    void chatViewControllerDidDisappear(const void *screen);
+
+    // --- Plumbing of the chat screen ------------------------------------------
+    //
+    // The chat screen reports to its facade through these. A host that builds its own screen
+    // around the library's chat list calls them in the same way; other hosts need none of them.
+
+    /*!
+        \a screen is on screen from now until the returned visibility ends
+        (chatViewControllerDidDisappear(), or its destruction). While any
+        visibility lasts, a rising unread count is held back.
+    */
+    [[nodiscard]] ZuveroChatScreenVisibility chatViewControllerDidAppear(QObject *screen);
+    //! Ends \a visibility; the count held back applies when the last one ends.
+    void chatViewControllerDidDisappear(ZuveroChatScreenVisibility &visibility);
+    //! The four screen events, with the screen under "viewController" when given.
     void notifyChatWillAppearNotification(QObject *viewController);
     void notifyChatDidAppearNotification(QObject *viewController);
     void notifyChatWillDisappearNotification(QObject *viewController);
@@ -249,7 +275,23 @@ public:
 
     // --- Configuration -----------------------------------------------------
 
+    /*!
+        A configuration file's raw dictionary with typed values: colours,
+        fonts, insets, images and translated texts. Each value that cannot be
+        used is logged ("Could not configure ...") and left out.
+    */
     static QVariantMap normalizeConfigurationDictionary(const QVariantMap &raw);
+    //! The keys a configuration dictionary is read for, by kind.
+    static QStringList requiredConfigurationKeys();
+    static QStringList localizableStringCustomizationKeys();
+    static QStringList colorCustomizationKeys();
+    static QStringList fontCustomizationKeys();
+    static QStringList insetsCustomizationKeys();
+    static QStringList imageCustomizationKeys();
+    //! The customisation lists joined: localisable, colour, font, insets, image.
+    static QStringList allCustomizationKeys();
+    //! "#0F80F0" or "0f80f0" as a colour; nothing for any other length.
+    static std::optional<QColor> zuveroColorWithHexCode(const QString &text);
     /*!
         The dictionary in a configuration file: an XML property list, or a
         JSON object. Nothing, and an \a error saying why, when it cannot be read.
@@ -279,4 +321,30 @@ private:
 
     friend class ZuveroPrivate;
     std::unique_ptr<ZuveroPrivate> d;
+};
+
+/*!
+    That a chat screen is on screen, for as long as this object lives: made
+    by Zuvero::chatViewControllerDidAppear(), ended by
+    Zuvero::chatViewControllerDidDisappear() or by its destruction, so that
+    a screen destroyed without saying it disappeared ends it all the same.
+    Move-only; a default-constructed one is already ended.
+*/
+class ZUVERO_EXPORT ZuveroChatScreenVisibility
+{
+public:
+    ZuveroChatScreenVisibility() = default;
+    ZuveroChatScreenVisibility(ZuveroChatScreenVisibility &&other) noexcept;
+    ZuveroChatScreenVisibility &operator=(ZuveroChatScreenVisibility &&other) noexcept;
+    ~ZuveroChatScreenVisibility();
+
+    bool isActive() const;
+    void end();
+
+private:
+    friend class Zuvero;
+    ZuveroChatScreenVisibility(Zuvero *facade, quint64 identity);
+
+    QPointer<Zuvero> m_facade;
+    quint64 m_identity = 0;
 };

@@ -3,9 +3,9 @@
 #include "ZVXLocalization.h"
 #include "ZVXMainThread.h"
 #include "ZVXNetlinkReachabilitySource.h"
-#include "ZuveroApplication.h"
 #include "ZuveroNotificationCenter.h"
 
+#include <QHostAddress>
 #include <QMutex>
 #include <QUrl>
 
@@ -149,16 +149,17 @@ bool ZVXReachability::checkNetworkIsReachable()
     return reachability && reachability->currentReachabilityStatus() != NotReachable;
 }
 
-bool ZVXReachability::checkNetworkIsReachableOrShowAlert()
+bool ZVXReachability::checkNetworkIsReachableOrShowAlert(
+    const std::function<void(const ZVXAlert &)> &showAlert)
 {
     if (checkNetworkIsReachable())
         return true;
     using ZVXLocalization::hostString;
-    ZuveroApplication::sharedApplication()->showAlert(
-        {hostString(QStringLiteral("Error")),
-         hostString(QStringLiteral("The Internet connection appears to be offline.")),
-         {hostString(QStringLiteral("OK"))},
-         {}});
+    if (showAlert)
+        showAlert({hostString(QStringLiteral("Error")),
+                   hostString(QStringLiteral("The Internet connection appears to be offline.")),
+                   {hostString(QStringLiteral("OK"))},
+                   {}});
     return false;
 }
 

@@ -1,11 +1,15 @@
 #pragma once
 
+#include "ZVXAlert.h"
 #include "ZVXReachabilityFlagSource.h"
 
-#include <QHostAddress>
+#include <QObject>
 
 #include <functional>
 #include <memory>
+#include <optional>
+
+class QHostAddress;
 
 //! Posted on the default notification center with the ZVXReachability as object.
 inline constexpr QLatin1String ZuveroNetworkReachabilityChangedNotification{
@@ -60,9 +64,17 @@ public:
     NetworkStatus currentReachabilityStatus() const;
     bool connectionRequired() const;
 
+    //! Whether this monitor's network can be reached now.
+    bool isReachable() const { return currentReachabilityStatus() != NotReachable; }
+
+    //! Whether the Internet can be reached now, asked of a new monitor.
     static bool checkNetworkIsReachable();
-    //! When the network cannot be reached, tells the user so in an alert and returns false.
-    static bool checkNetworkIsReachableOrShowAlert();
+    /*!
+        When the Internet cannot be reached, tells the user so through \a showAlert
+        (the screen's alerts) and returns false.
+    */
+    static bool
+    checkNetworkIsReachableOrShowAlert(const std::function<void(const ZVXAlert &)> &showAlert);
 
     static NetworkStatus networkStatusForFlags(quint32 flags);
     static NetworkStatus localWiFiStatusForFlags(quint32 flags);

@@ -1,4 +1,4 @@
-#include "ZuveroApplication_p.h"
+#include "ZuveroApplication.h"
 
 #include "ZVXLogging.h"
 #include "ZVXMainThread.h"
@@ -9,31 +9,8 @@
 #include <QDBusMessage>
 #include <QGuiApplication>
 #include <QHash>
-#include <QMutex>
 
-#include <atomic>
 #include <mutex>
-
-namespace {
-std::atomic<ZVXAlertPresenterFactory> widgetPresenterFactory{nullptr};
-}
-
-void ZVXRegisterWidgetAlertPresenter(ZVXAlertPresenterFactory factory)
-{
-    widgetPresenterFactory.store(factory);
-}
-
-ZuveroAlertPresenter::~ZuveroAlertPresenter() = default;
-
-void ZVXLogAlertPresenter::showAlert(const ZuveroAlert &alert)
-{
-    ZVXLog(QStringLiteral("ZuveroApplication: alert \"%1\": %2").arg(alert.title, alert.message));
-}
-
-void ZVXLogAlertPresenter::showToast(const QString &title, const QString &text, double)
-{
-    ZVXLog(QStringLiteral("ZuveroApplication: toast \"%1\": %2").arg(title, text));
-}
 
 struct ZuveroApplication::Private
 {
@@ -49,11 +26,6 @@ struct ZuveroApplication::Private
     bool hasBeenActive = false;
 
     ZuveroPushChannel pushChannel;
-
-    mutable QMutex presenterMutex;
-    std::shared_ptr<ZuveroAlertPresenter> presenter;
-    std::shared_ptr<ZuveroAlertPresenter> widgetPresenter;
-    std::shared_ptr<ZuveroAlertPresenter> logPresenter = std::make_shared<ZVXLogAlertPresenter>();
 };
 
 ZuveroApplication *ZuveroApplication::sharedApplication()
@@ -211,43 +183,4 @@ void ZuveroApplication::registerForRemoteNotifications()
         d->pushChannel.registerForRemoteNotifications();
     else
         ZVXLog(QStringLiteral("ZuveroApplication: no push channel, remote notifications are off."));
-}
-
-void ZuveroApplication::setAlertPresenter(std::shared_ptr<ZuveroAlertPresenter> presenter)
-{
-    QMutexLocker locker(&d->presenterMutex);
-    d->presenter = std::move(presenter);
-}
-
-std::shared_ptr<ZuveroAlertPresenter> ZuveroApplication::alertPresenter() const
-{
-    QMutexLocker locker(&d->presenterMutex);
-    if (d->presenter)
-        return d->presenter;
-    const QCoreApplication *app = QCoreApplication::instance();
-    const ZVXAlertPresenterFactory factory = widgetPresenterFactory.load();
-    if (factory && app && app->inherits("QApplication")) {
-        if (!d->widgetPresenter)
-            d->widgetPresenter = factory();
-        return d->widgetPresenter;
-    }
-    return d->logPresenter;
-}
-
-void ZuveroApplication::showAlert(const ZuveroAlert &alert)
-{
-    if (ZVXMainThread::isMainThread())
-        alertPresenter()->showAlert(alert);
-    else
-        ZVXMainThread::async([this, alert] { alertPresenter()->showAlert(alert); }, this);
-}
-
-void ZuveroApplication::showToast(const QString &title, const QString &text, double seconds)
-{
-    if (ZVXMainThread::isMainThread())
-        alertPresenter()->showToast(title, text, seconds);
-    else
-        ZVXMainThread::async(
-            [this, title, text, seconds] { alertPresenter()->showToast(title, text, seconds); },
-            this);
 }

@@ -4,7 +4,6 @@
 
 #include <QList>
 #include <QObject>
-#include <QStringList>
 
 #include <functional>
 #include <memory>
@@ -58,33 +57,10 @@ struct ZuveroPushChannel
     std::function<void()> registerForRemoteNotifications;
 };
 
-//! An alert with a title, a message and buttons; \c completion receives the pressed button's index.
-struct ZuveroAlert
-{
-    QString title;
-    QString message;
-    QStringList buttons;
-    std::function<void(int buttonIndex)> completion;
-};
-
-/*!
-    Shows the library's alerts and toasts. With Qt Widgets the library shows
-    message boxes; in a headless host it writes a log line. A host replaces
-    either with ZuveroApplication::setAlertPresenter().
-*/
-class ZUVERO_EXPORT ZuveroAlertPresenter
-{
-public:
-    virtual ~ZuveroAlertPresenter();
-    virtual void showAlert(const ZuveroAlert &alert) = 0;
-    //! A short notice with a single "OK" button, dismissed by itself after \a seconds when above 0.
-    virtual void showToast(const QString &title, const QString &text, double seconds) = 0;
-};
-
 /*!
     What the library needs from the application it runs in: the badge
     number, background work, the return to the foreground, push
-    registration, and a place to show alerts. One instance per process,
+    registration. One instance per process,
     living on the main thread.
 */
 class ZUVERO_EXPORT ZuveroApplication : public QObject
@@ -135,13 +111,6 @@ public:
     void registerUserNotificationSettings(ZuveroNotificationTypes types,
                                           const QList<ZuveroNotificationCategory> &categories);
     void registerForRemoteNotifications();
-
-    //! Replaces the presenter of alerts and toasts; nullptr restores the default.
-    void setAlertPresenter(std::shared_ptr<ZuveroAlertPresenter> presenter);
-    std::shared_ptr<ZuveroAlertPresenter> alertPresenter() const;
-    //! Shown on the main thread; callable from any thread.
-    void showAlert(const ZuveroAlert &alert);
-    void showToast(const QString &title, const QString &text, double seconds = 0);
 
 Q_SIGNALS:
     void applicationIconBadgeNumberChanged(qint64 number);

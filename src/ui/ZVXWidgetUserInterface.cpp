@@ -1,11 +1,9 @@
-#include "ZVXMessageBoxPresenter.h"
+#include "ZVXWidgetUserInterface.h"
 
 #include "ZVXClock.h"
-#include "ZuveroApplication_p.h"
 
 #include <QApplication>
 #include <QMessageBox>
-#include <QPointer>
 #include <QPushButton>
 
 #include <chrono>
@@ -24,16 +22,18 @@ QMessageBox *makeBox(const QString &title, const QString &text)
     return box;
 }
 
-// Registered when the library is loaded; used once a QApplication exists.
-const bool registered = [] {
-    ZVXRegisterWidgetAlertPresenter(
-        [] { return std::shared_ptr<ZuveroAlertPresenter>(new ZVXMessageBoxPresenter); });
-    return true;
-}();
-
 } // namespace
 
-void ZVXMessageBoxPresenter::showAlert(const ZuveroAlert &alert)
+// The core of the library declares this and leaves it to the user interface: widgets only in an
+// application that has them.
+std::unique_ptr<ZVXUserInterface> ZVXUserInterface::make()
+{
+    if (qobject_cast<QApplication *>(QCoreApplication::instance()))
+        return std::make_unique<ZVXWidgetUserInterface>();
+    return std::make_unique<ZVXHeadlessUserInterface>();
+}
+
+void ZVXWidgetUserInterface::showAlert(const ZVXAlert &alert)
 {
     QMessageBox *box = makeBox(alert.title, alert.message);
     const QStringList buttons
@@ -49,7 +49,7 @@ void ZVXMessageBoxPresenter::showAlert(const ZuveroAlert &alert)
     box->open();
 }
 
-void ZVXMessageBoxPresenter::showToast(const QString &title, const QString &text, double seconds)
+void ZVXWidgetUserInterface::showToast(const QString &title, const QString &text, double seconds)
 {
     QMessageBox *box = makeBox(title, text);
     QPushButton *ok = box->addButton(QStringLiteral("OK"), QMessageBox::AcceptRole);

@@ -1,15 +1,16 @@
 #pragma once
 
-#include "ZuveroApplication.h"
+#include "ZVXUserInterface.h"
 
 /*!
-    Alerts and toasts as message boxes, for hosts with Qt Widgets. Each box
-    is window-modal over the active window (application-modal when there is
-    none) and does not block the caller; it deletes itself when closed.
+    The user interface of a host with Qt Widgets. Alerts and toasts are
+    message boxes, window-modal over the active window (application-modal
+    when there is none), that never block the caller and delete themselves
+    when closed. The chat screen and the banner are still the headless ones.
 */
-class ZUVERO_EXPORT ZVXMessageBoxPresenter final : public ZuveroAlertPresenter
+class ZUVERO_EXPORT ZVXWidgetUserInterface final : public ZVXHeadlessUserInterface
 {
 public:
-    void showAlert(const ZuveroAlert &alert) override;
+    void showAlert(const ZVXAlert &alert) override;
     void showToast(const QString &title, const QString &text, double seconds) override;
 };

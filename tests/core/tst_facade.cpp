@@ -121,19 +121,36 @@ void TestFacade::unreadCountWaitsWhileTheChatShows()
                           QStringLiteral("delegate:ZuveroChatUnreadCountDidChangeNotification")}));
     QCOMPARE(ZuveroApplication::sharedApplication()->applicationIconBadgeNumber(), 3);
 
-    const int screen = 0;
-    zuvero->chatViewControllerDidAppear(&screen);
+    // Two screens: the count held back applies when the last one goes.
+    QObject screen, other;
+    ZuveroChatScreenVisibility shown = zuvero->chatViewControllerDidAppear(&screen);
+    ZuveroChatScreenVisibility alsoShown = zuvero->chatViewControllerDidAppear(&other);
     zuvero->updateUnreadCount(5);
     QCOMPARE(zuvero->unreadCount(), 3);
-    zuvero->chatViewControllerDidDisappear(&screen);
+    zuvero->chatViewControllerDidDisappear(shown);
+    QVERIFY(!shown.isActive());
+    zuvero->chatViewControllerDidDisappear(shown); // twice is once
+    QCOMPARE(zuvero->unreadCount(), 3);
+    zuvero->chatViewControllerDidDisappear(alsoShown);
     QCOMPARE(zuvero->unreadCount(), 5);
     QCOMPARE(events.size(), 4);
 
-    zuvero->chatViewControllerDidAppear(&screen);
-    zuvero->updateUnreadCount(2); // a falling count applies at once
-    QCOMPARE(zuvero->unreadCount(), 2);
-    zuvero->updateUnreadCount(2); // unchanged, and the badge already shows it
-    QCOMPARE(events.size(), 6);
+    {
+        const ZuveroChatScreenVisibility visible = zuvero->chatViewControllerDidAppear(&screen);
+        zuvero->updateUnreadCount(2); // a falling count applies at once
+        QCOMPARE(zuvero->unreadCount(), 2);
+        zuvero->updateUnreadCount(2); // unchanged, and the badge already shows it
+        QCOMPARE(events.size(), 6);
+        zuvero->updateUnreadCount(7);
+        QCOMPARE(zuvero->unreadCount(), 2);
+    }
+    // A screen destroyed without saying it disappeared ends its visibility all the same.
+    QCOMPARE(zuvero->unreadCount(), 7);
+
+    // A visibility may outlive its facade.
+    ZuveroChatScreenVisibility orphan = zuvero->chatViewControllerDidAppear(&screen);
+    zuvero.reset();
+    QVERIFY(!orphan.isActive());
 }
 
 void TestFacade::networkActivityBursts()

@@ -304,8 +304,8 @@ void TestFacadeServer::retriesCountServerRefusalsOnly()
     runPass();
     QVERIFY(first->isErrored());
     QVERIFY(zuvero->offlineMessages().isEmpty());
-    QVERIFY(log.contains(
-        QStringLiteral("ZVX: ZuveroApplication: toast \"Error\": Could not send the message")));
+    QVERIFY(
+        log.contains(QStringLiteral("ZVX: Zuvero: toast \"Error\": Could not send the message")));
 
     // After a success, the next refusal gives its message up at once and the pass goes on.
     const auto a = ZuveroChatMessage::initWithText(QStringLiteral("a"));
@@ -334,7 +334,7 @@ void TestFacadeServer::replyChecks_data()
     QTest::addColumn<QString>("description");
     QTest::addColumn<QString>("logged"); // the start of the line logged, if any
 
-    const QString json = QStringLiteral("com.zuvero.json");
+    const QString json = QString(ZuveroJSONErrorDomain);
     auto fault = [](const char *kind, int status, const char *body = nullptr) {
         QVariantMap f{{QStringLiteral("path"), QStringLiteral("/api/1.0/status")},
                       {QStringLiteral("kind"), QString::fromLatin1(kind)},
@@ -363,7 +363,7 @@ void TestFacadeServer::replyChecks_data()
     QVariantMap dropped = fault("drop", 500);
     dropped.insert(QStringLiteral("count"), 10);
     QTest::newRow("dropped connection")
-        << dropped << QStringLiteral("com.zuvero.url") << qint64(0) << QString() << QString();
+        << dropped << QString(ZuveroURLErrorDomain) << qint64(0) << QString() << QString();
 }
 
 void TestFacadeServer::replyChecks()

@@ -146,14 +146,18 @@ void TestReachability::settableSourceDrivesMonitors()
     source->setFlags(Reachable);
     QCOMPARE(changes.count, 2);
 
-    // The alert goes through the application: a log line in a headless host.
-    ZVXLogCapture log;
-    QVERIFY(ZVXReachability::checkNetworkIsReachableOrShowAlert());
+    // Only an unreachable network shows the alert, with its localised texts.
+    QList<ZVXAlert> alerts;
+    const auto show = [&alerts](const ZVXAlert &alert) { alerts << alert; };
+    QVERIFY(ZVXReachability::checkNetworkIsReachableOrShowAlert(show));
+    QVERIFY(alerts.isEmpty());
     source->setFlags(0);
-    QVERIFY(!ZVXReachability::checkNetworkIsReachableOrShowAlert());
-    QCOMPARE(log.lines(),
-             QStringList({u"ZVX: ZuveroApplication: alert \"Error\": The Internet "
-                          "connection appears to be offline."_s}));
+    QVERIFY(!internet->isReachable());
+    QVERIFY(!ZVXReachability::checkNetworkIsReachableOrShowAlert(show));
+    QCOMPARE(alerts.size(), 1);
+    QCOMPARE(alerts[0].title, u"Error"_s);
+    QCOMPARE(alerts[0].message, u"The Internet connection appears to be offline."_s);
+    QCOMPARE(alerts[0].buttons, QStringList{u"OK"_s});
     ZVXReachability::setSourceFactory({});
 }
 

@@ -28,7 +28,6 @@ private Q_SLOTS:
     void badgeReachesTheLauncher();
     void backgroundTasks();
     void returningToTheForeground();
-    void headlessAlertsAreLogged();
 
 private:
     QProcess m_bus;
@@ -150,27 +149,6 @@ void TestApplication::returningToTheForeground()
 
     app->notifyWillEnterForeground();
     QCOMPARE(notices, 3);
-}
-
-void TestApplication::headlessAlertsAreLogged()
-{
-    // A QGuiApplication without widgets has no message boxes: alerts become log lines.
-    ZuveroApplication *app = ZuveroApplication::sharedApplication();
-    ZVXLogCapture log;
-    app->showAlert({QStringLiteral("Error"),
-                    QStringLiteral("The Internet connection appears to be offline."),
-                    {QStringLiteral("OK")},
-                    {}});
-    std::thread worker([&] {
-        app->showToast(QStringLiteral("Error"), QStringLiteral("Could not send the message"), 2);
-    });
-    worker.join();
-    QTRY_COMPARE(log.lines().size(), 2);
-    QCOMPARE(log.lines(),
-             (QStringList{QStringLiteral("ZVX: ZuveroApplication: alert \"Error\": The Internet "
-                                         "connection appears to be offline."),
-                          QStringLiteral("ZVX: ZuveroApplication: toast \"Error\": Could not send "
-                                         "the message")}));
 }
 
 QTEST_MAIN(TestApplication)

@@ -1,5 +1,5 @@
 #include "ZVXManualClock.h"
-#include "ZuveroApplication.h"
+#include "ZVXWidgetUserInterface.h"
 
 #include <QAbstractButton>
 #include <QApplication>
@@ -19,23 +19,30 @@ QMessageBox *visibleBox()
 }
 } // namespace
 
-class TestMessageBoxPresenter : public QObject
+class TestWidgetUserInterface : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
+    void widgetsOnlyWithWidgets();
     void alertReportsThePressedButton();
     void toastDismissesItself();
 };
 
-void TestMessageBoxPresenter::alertReportsThePressedButton()
+void TestWidgetUserInterface::widgetsOnlyWithWidgets()
+{
+    // An application with widgets gets message boxes (a headless one gets log lines).
+    const std::unique_ptr<ZVXUserInterface> ui = ZVXUserInterface::make();
+    QVERIFY(dynamic_cast<ZVXWidgetUserInterface *>(ui.get()));
+}
+
+void TestWidgetUserInterface::alertReportsThePressedButton()
 {
     int pressed = -1;
-    ZuveroApplication::sharedApplication()->showAlert(
-        {QStringLiteral("Could not locate your position"),
-         QStringLiteral("Please allow it."),
-         {QStringLiteral("Cancel"), QStringLiteral("Settings")},
-         [&](int index) { pressed = index; }});
+    ZVXWidgetUserInterface().showAlert({QStringLiteral("Could not locate your position"),
+                                        QStringLiteral("Please allow it."),
+                                        {QStringLiteral("Cancel"), QStringLiteral("Settings")},
+                                        [&](int index) { pressed = index; }});
     QMessageBox *box = visibleBox();
     QVERIFY(box);
     QCOMPARE(box->windowTitle(), QStringLiteral("Could not locate your position"));
@@ -49,11 +56,11 @@ void TestMessageBoxPresenter::alertReportsThePressedButton()
     QTRY_VERIFY(!visibleBox());
 }
 
-void TestMessageBoxPresenter::toastDismissesItself()
+void TestWidgetUserInterface::toastDismissesItself()
 {
     ZVXManualClock clock;
-    ZuveroApplication::sharedApplication()->showToast(
-        QStringLiteral("Error"), QStringLiteral("Could not send the message"), 2.7);
+    ZVXWidgetUserInterface ui;
+    ui.showToast(QStringLiteral("Error"), QStringLiteral("Could not send the message"), 2.7);
     QPointer<QMessageBox> box = visibleBox();
     QVERIFY(box);
     QCOMPARE(box->informativeText(), QStringLiteral("Could not send the message"));
@@ -63,7 +70,7 @@ void TestMessageBoxPresenter::toastDismissesItself()
     QTRY_VERIFY(!box);
 
     // Without a time it stays until pressed.
-    ZuveroApplication::sharedApplication()->showToast(QStringLiteral("Note"), QStringLiteral("x"));
+    ui.showToast(QStringLiteral("Note"), QStringLiteral("x"), 0);
     box = visibleBox();
     QVERIFY(box);
     clock.advance(std::chrono::hours(1));
@@ -72,5 +79,5 @@ void TestMessageBoxPresenter::toastDismissesItself()
     QTRY_VERIFY(!box);
 }
 
-QTEST_MAIN(TestMessageBoxPresenter)
-#include "tst_messageboxpresenter.moc"
+QTEST_MAIN(TestWidgetUserInterface)
+#include "tst_widgetuserinterface.moc"

@@ -394,6 +394,20 @@ QString ZuveroConnectionPrivate::messagesPath(const QDateTime &since, const QDat
     return path;
 }
 
+ZuveroChatMessageList ZuveroConnectionPrivate::messagesFromReply(const QJsonObject &reply)
+{
+    // Entries that do not read as messages are dropped (each logs why).
+    ZuveroChatMessageList messages;
+    const QJsonArray list = reply.value(QLatin1String("messages")).toArray();
+    messages.reserve(list.size());
+    for (const QJsonValue &entry : list) {
+        if (ZuveroChatMessagePtr message = ZuveroChatMessage::initWithPropertyList(
+                ZuveroSkipNSNullRecursively(entry.toVariant())))
+            messages.append(message);
+    }
+    return messages;
+}
+
 QVariantMap ZuveroConnectionPrivate::messageBody(const ZuveroChatMessage &message) const
 {
     QVariantMap body;
@@ -563,17 +577,11 @@ void ZuveroConnection::loadMessageSinceDate(const QDateTime &since, const QDateT
     d->run({
         .path = ZuveroConnectionPrivate::messagesPath(since, until, limit),
         .succeeded = [self, completion](const QJsonObject &reply) -> std::function<void()> {
-            // Built here, off the main thread; entries that do not read as messages are dropped.
+            // Built here, off the main thread.
             const bool more
                 = ZVXModelValues::flag(reply.value(QLatin1String("moreMessages")).toVariant());
-            ZuveroChatMessageList messages;
-            const QJsonArray list = reply.value(QLatin1String("messages")).toArray();
-            messages.reserve(list.size());
-            for (const QJsonValue &entry : list) {
-                if (ZuveroChatMessagePtr message = ZuveroChatMessage::initWithPropertyList(
-                        ZuveroSkipNSNullRecursively(entry.toVariant())))
-                    messages.append(message);
-            }
+            const ZuveroChatMessageList messages
+                = ZuveroConnectionPrivate::messagesFromReply(reply);
             return [self, completion, messages, more,
                     count = reply.value(QLatin1String("unreadCount"))] {
                 if (self)

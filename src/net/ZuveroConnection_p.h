@@ -108,6 +108,8 @@ public:
 
     //! The path and query of the message list: "/messages?since=...&until=...&limit=...".
     static QString messagesPath(const QDateTime &since, const QDateTime &until, quint32 limit);
+    //! The messages of a message list reply, in its order. Runs off the main thread.
+    static ZuveroChatMessageList messagesFromReply(const QJsonObject &reply);
     //! The "message" part of a send.
     QVariantMap messageBody(const ZuveroChatMessage &message) const;
     //! The body of a read mark.

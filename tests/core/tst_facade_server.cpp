@@ -328,42 +328,56 @@ void TestFacadeServer::retriesCountServerRefusalsOnly()
 
 void TestFacadeServer::replyChecks_data()
 {
+    // Each fault meets two requests: the status call, checked as every call is, and the unread
+    // count fetch, with its own order (the status before the JSON, and "unreadCount" required).
     QTest::addColumn<QVariantMap>("fault");
     QTest::addColumn<QString>("domain");
     QTest::addColumn<qint64>("code"); // 0: any
     QTest::addColumn<QString>("description");
     QTest::addColumn<QString>("logged"); // the start of the line logged, if any
+    QTest::addColumn<QString>("fetchDomain"); // empty: the fetch succeeds
+    QTest::addColumn<qint64>("fetchCode");
 
     const QString json = QString(ZuveroJSONErrorDomain);
+    const QString http = QString(ZuveroHTTPErrorDomain);
+    const QString errors = QString(ZuveroErrorDomain);
     auto fault = [](const char *kind, int status, const char *body = nullptr) {
         QVariantMap f{{QStringLiteral("path"), QStringLiteral("/api/1.0/status")},
                       {QStringLiteral("kind"), QString::fromLatin1(kind)},
-                      {QStringLiteral("status"), status}};
+                      {QStringLiteral("status"), status},
+                      {QStringLiteral("count"), 2}};
         if (body)
             f.insert(QStringLiteral("body"), QString::fromLatin1(body));
         return f;
     };
     QTest::newRow("204 without a body")
-        << fault("empty", 204) << json << qint64(2) << QString()
-        << "ZVX: EXPECTED JSON, GOT THIS:  (<>) [http status code: 204]";
-    QTest::newRow("500 with an error") << fault("status", 500, R"({"error":"boom"})")
-                                       << QString(ZuveroErrorDomain) << qint64(500) << "boom"
-                                       << "ZVX: ZuveroConnection: received HTTP code 500: boom";
-    QTest::newRow("500 with both texts")
-        << fault("status", 503, R"({"localizedError":"A","error":"B"})")
-        << QString(ZuveroErrorDomain) << qint64(503) << "A"
-        << "ZVX: ZuveroConnection: received HTTP code 503: A";
+        << fault("empty", 204) << json << qint64(ZuveroJSONErrorParse) << QString()
+        << "ZVX: EXPECTED JSON, GOT THIS:  (<>) [http status code: 204]" << json
+        << qint64(ZuveroJSONErrorParse);
+    QTest::newRow("500 with an error")
+        << fault("status", 500, R"({"error":"boom"})") << errors << qint64(500) << "boom"
+        << "ZVX: ZuveroConnection: received HTTP code 500: boom" << http << qint64(500);
+    QTest::newRow("503 with both texts and a count")
+        << fault("status", 503, R"({"localizedError":"A","error":"B","unreadCount":3})") << errors
+        << qint64(503) << "A"
+        << "ZVX: ZuveroConnection: received HTTP code 503: A" << http << qint64(503);
     QTest::newRow("500 with nothing")
-        << fault("status", 500, "{}") << QString(ZuveroErrorDomain) << qint64(500) << "Server Error"
-        << "ZVX: ZuveroConnection: received HTTP code 500: Server Error";
-    QTest::newRow("500 not JSON") << fault("nonJSON", 500) << json << qint64(2) << QString()
-                                  << "ZVX: EXPECTED JSON, GOT THIS: <html>";
-    QTest::newRow("200 not JSON") << fault("nonJSON", 200) << json << qint64(2) << QString()
-                                  << "ZVX: EXPECTED JSON, GOT THIS: <html>";
+        << fault("status", 500, "{}") << errors << qint64(500) << "Server Error"
+        << "ZVX: ZuveroConnection: received HTTP code 500: Server Error" << http << qint64(500);
+    QTest::newRow("500 not JSON") << fault("nonJSON", 500) << json << qint64(ZuveroJSONErrorParse)
+                                  << QString() << "ZVX: EXPECTED JSON, GOT THIS: <html>" << http
+                                  << qint64(500);
+    QTest::newRow("200 not JSON") << fault("nonJSON", 200) << json << qint64(ZuveroJSONErrorParse)
+                                  << QString() << "ZVX: EXPECTED JSON, GOT THIS: <html>" << json
+                                  << qint64(ZuveroJSONErrorParse);
+    QTest::newRow("200 without a count")
+        << fault("status", 200, "{}") << QString() << qint64(0) << QString() << QString()
+        << QString(ZuveroURLErrorDomain) << qint64(ZuveroURLErrorBadServerResponse);
     QVariantMap dropped = fault("drop", 500);
     dropped.insert(QStringLiteral("count"), 10);
     QTest::newRow("dropped connection")
-        << dropped << QString(ZuveroURLErrorDomain) << qint64(0) << QString() << QString();
+        << dropped << QString(ZuveroURLErrorDomain) << qint64(0) << QString() << QString()
+        << QString(ZuveroURLErrorDomain) << qint64(0);
 }
 
 void TestFacadeServer::replyChecks()
@@ -373,22 +387,28 @@ void TestFacadeServer::replyChecks()
     QFETCH(qint64, code);
     QFETCH(QString, description);
     QFETCH(QString, logged);
+    QFETCH(QString, fetchDomain);
+    QFETCH(qint64, fetchCode);
     auto zuvero = facade(QStringLiteral("checks"));
     QTRY_VERIFY(!zuvero->needsRegistration());
     addFault(fault);
 
     ZVXLogCapture log;
     std::optional<ZuveroError> failure;
-    qint64 count = 0;
+    qint64 count = -1;
     zuvero->connection()->loadUserStatus([&](qint64 unread, const ZuveroError &error) {
         count = unread;
         failure = error;
     });
     QTRY_VERIFY(failure);
-    QCOMPARE(count, ZuveroNotFound);
-    QCOMPARE(failure->domain(), domain);
-    if (code)
-        QCOMPARE(failure->code(), code);
+    if (domain.isEmpty()) {
+        QVERIFY2(failure->isNull(), qPrintable(failure->localizedDescription()));
+    } else {
+        QCOMPARE(count, ZuveroNotFound);
+        QCOMPARE(failure->domain(), domain);
+        if (code)
+            QCOMPARE(failure->code(), code);
+    }
     if (!description.isEmpty()) {
         QCOMPARE(failure->localizedDescription(), description);
         const QString debug = failure->userInfo().value(QStringLiteral("debugMessage")).toString();
@@ -404,6 +424,28 @@ void TestFacadeServer::replyChecks()
         QVERIFY2(std::any_of(lines.cbegin(), lines.cend(),
                              [&](const QString &l) { return l.startsWith(logged); }),
                  qPrintable(lines.join(u'\n')));
+
+    // The fetch logs nothing of its own, and its errors carry no further information.
+    log.clear();
+    std::optional<ZuveroError> fetchFailure;
+    zuvero->fetchUnreadCountWithCompletionHandler([&](qint64 unread, const ZuveroError &error) {
+        count = unread;
+        fetchFailure = error;
+    });
+    QTRY_VERIFY(fetchFailure);
+    if (fetchDomain.isEmpty()) {
+        QVERIFY2(fetchFailure->isNull(), qPrintable(fetchFailure->localizedDescription()));
+        return;
+    }
+    QCOMPARE(count, ZuveroNotFound);
+    QCOMPARE(fetchFailure->domain(), fetchDomain);
+    if (fetchCode)
+        QCOMPARE(fetchFailure->code(), fetchCode);
+    if (fetchDomain == ZuveroHTTPErrorDomain)
+        QVERIFY(fetchFailure->userInfo().isEmpty());
+    QVERIFY2(log.lines().filter(QStringLiteral("EXPECTED")).isEmpty()
+                 && log.lines().filter(QStringLiteral("received HTTP code")).isEmpty(),
+             qPrintable(log.lines().join(u'\n')));
 }
 
 void TestFacadeServer::pushPayloads()

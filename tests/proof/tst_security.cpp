@@ -15,7 +15,13 @@
 #include <QFile>
 #include <QLoggingCategory>
 #include <QNetworkReply>
+#include <QProcess>
+#include <QSslConfiguration>
+#include <QStandardPaths>
+#include <QTemporaryDir>
 #include <QTest>
+
+#include <sys/mount.h>
 
 using namespace Qt::StringLiterals;
 
@@ -25,6 +31,8 @@ namespace {
 const QString SecretHex = u"7a757665726f2d7365637265742d3432"_s;
 const QByteArray Secret = QByteArray::fromHex(SecretHex.toLatin1());
 constexpr quint32 Online = ZVXReachabilityFlags::Reachable;
+// Set in the copy of this test that runs in a mount namespace of its own.
+const char SystemStoreChild[] = "ZUVERO_TEST_SYSTEM_STORE_CHILD";
 
 // Every form in which a secret could slip into a line.
 QStringList formsOf(const QByteArray &secret)
@@ -52,6 +60,7 @@ private Q_SLOTS:
     void cleanupTestCase() { ZuveroRemoveTrustedCertificateAuthorities(); }
     void certificates_data();
     void certificates();
+    void systemAuthoritiesStayTrusted();
     void verifierRefusesOtherAlgorithms_data();
     void verifierRefusesOtherAlgorithms();
     void secretsStayOutOfTheLog();
@@ -119,6 +128,60 @@ void TestSecurity::certificates()
     QTRY_COMPARE(zuvero->offlineMessages().size(), 1);
     QCOMPARE(zuvero->offlineMessages().first()->text(), u"second try"_s);
     QCOMPARE(server.requestCount(), 0);
+}
+
+// A host that adds the authority of its own development server still reaches servers with public
+// certificates: the system's authorities stay trusted beside the added ones. The system's store
+// is replaced, in a user and mount namespace of a copy of this test, by one that holds only the
+// authority no other test trusts.
+void TestSecurity::systemAuthoritiesStayTrusted()
+{
+    if (!qEnvironmentVariableIsSet(SystemStoreChild)) {
+        const QString unshare = QStandardPaths::findExecutable(u"unshare"_s);
+        if (unshare.isEmpty())
+            QSKIP("unshare is not installed");
+        QProcess child;
+        child.setProcessChannelMode(QProcess::MergedChannels);
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QString::fromLatin1(SystemStoreChild), u"1"_s);
+        child.setProcessEnvironment(environment);
+        child.start(unshare,
+                    {u"--user"_s, u"--map-root-user"_s, u"--mount"_s,
+                     QCoreApplication::applicationFilePath(), u"systemAuthoritiesStayTrusted"_s});
+        QVERIFY(child.waitForFinished(60000));
+        const QString output = QString::fromUtf8(child.readAll());
+        if (output.startsWith(u"unshare:"_s))
+            QSKIP(qPrintable(u"no user namespaces here: "_s + output.trimmed()));
+        QVERIFY2(child.exitStatus() == QProcess::NormalExit && child.exitCode() == 0,
+                 qPrintable(output));
+        return;
+    }
+
+    const ZVXTestCertificates::Identity &system = m_certificates->untrusted;
+    QTemporaryDir store;
+    QFile authority(store.filePath(u"zuvero-system.pem"_s));
+    QVERIFY(authority.open(QIODevice::WriteOnly));
+    QVERIFY(authority.write(system.authorityPem) == system.authorityPem.size());
+    authority.close();
+    QCOMPARE(QProcess::execute(u"openssl"_s, {u"rehash"_s, store.path()}), 0);
+    QVERIFY2(::mount(QFile::encodeName(store.path()).constData(), "/etc/ssl/certs", nullptr,
+                     MS_BIND, nullptr)
+                 == 0,
+             strerror(errno));
+    QVERIFY(
+        QSslConfiguration::systemCaCertificates().contains(QSslCertificate(system.authorityPem)));
+
+    // initTestCase() has added the test authority: the system's must count all the same.
+    ZVXTestServer server(system.certificate, system.key);
+    QVERIFY(server.isListening());
+    std::unique_ptr<Zuvero> zuvero(
+        Zuvero::initWithApiSecret(SecretHex, server.url({}).authority(), {}));
+    zuvero->setUserIdentifier(u"public"_s);
+    std::optional<ZuveroError> outcome;
+    zuvero->connection()->sendChatMessage(ZuveroChatMessage::initWithText(u"hello"_s),
+                                          [&](bool, const ZuveroError &error) { outcome = error; });
+    QTRY_VERIFY(outcome);
+    QVERIFY2(outcome->isNull(), qPrintable(outcome->localizedDescription()));
 }
 
 void TestSecurity::verifierRefusesOtherAlgorithms_data()

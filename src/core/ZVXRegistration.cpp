@@ -14,7 +14,9 @@ void ZVXRegistration::registerIfNeeded(const ZuveroConnection::Completion &compl
 {
     ZVXMainThread::assertMainThread();
     if (!m_facade->needsRegistration()) {
-        if (completion)
+        if (completion && m_underWay > 0)
+            m_waiting.append(completion);
+        else if (completion)
             completion(true, {});
         return;
     }
@@ -28,12 +30,13 @@ void ZVXRegistration::registerIfNeeded(const ZuveroConnection::Completion &compl
     }
     m_facade->setNeedsRegistration(false);
     const quint32 cycle = m_cycle.advance();
+    ++m_underWay;
     const QPointer<ZVXRegistration> self(this);
     ZVXMainThread::async(
         [self, cycle, completion] {
             // Calls without a completion in one turn of the event loop make one request: the last.
             if (!completion && !self->m_cycle.isCurrent(cycle))
-                return;
+                return self->registrationEnded();
             self->m_facade->registerApp([self, completion](bool success, const ZuveroError &error) {
                 ZVXMainThread::assertMainThread();
                 if (self) {
@@ -47,7 +50,19 @@ void ZVXRegistration::registerIfNeeded(const ZuveroConnection::Completion &compl
                 }
                 if (completion)
                     completion(success, error);
+                if (self)
+                    self->registrationEnded();
             });
         },
         this);
+}
+
+void ZVXRegistration::registrationEnded()
+{
+    if (--m_underWay > 0 || m_waiting.isEmpty())
+        return;
+    // Asked again, in order: after a failure the first registers anew and the others wait for it.
+    const QList<ZuveroConnection::Completion> waiting = std::exchange(m_waiting, {});
+    for (const ZuveroConnection::Completion &completion : waiting)
+        registerIfNeeded(completion);
 }

@@ -24,8 +24,14 @@ public:
 /*!
     When the facade registers with the server and how requests for it
     merge: calls without a completion made in one turn of the event loop
-    give one request, the last; every call with a completion gets a request
-    and its answer.
+    give one request, the last; every call that finds registration needed
+    and has a completion gets a request and its answer.
+
+    A call that finds no registration needed while one is under way waits
+    for it, and is answered after the caller that started it, in the order
+    of the calls: so the requests that follow registrations keep the order
+    in which they were asked for (a message sent just after another never
+    overtakes it while the first waits for its registration).
 */
 class ZVXRegistration : public QObject
 {
@@ -38,6 +44,12 @@ public:
     void registerIfNeeded(const ZuveroConnection::Completion &completion);
 
 private:
+    //! A registration scheduled earlier has ended (answered or superseded).
+    void registrationEnded();
+
     ZVXRegistrationAPI *m_facade;
     ZVXGenerationCounter m_cycle;
+    //! Registrations scheduled and not yet ended.
+    int m_underWay = 0;
+    QList<ZuveroConnection::Completion> m_waiting;
 };

@@ -12,6 +12,7 @@
 #include <QTest>
 
 using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -217,6 +218,34 @@ void TestFacadeServer::registrationsMerge()
     }
     QTRY_COMPARE(answered, 3);
     QCOMPARE(counter(QStringLiteral("POST /api/1.0/register")), 5);
+
+    // Requests asked for while a registration is under way wait for it and keep their order: a
+    // text does not overtake the one before it, which waits for the registration it started.
+    const auto texts = [&] {
+        QStringList stored;
+        for (const auto &message : listing(zuvero.get()))
+            stored << message->text().value_or(QString());
+        return stored;
+    };
+    zuvero->setNeedsRegistration(true);
+    for (const char *text : {"one", "two", "three"})
+        zuvero->sendMessage(QString::fromLatin1(text));
+    QTRY_COMPARE(texts().size(), 3);
+    QCOMPARE(texts(), (QStringList{u"one"_s, u"two"_s, u"three"_s}));
+    QCOMPARE(counter(QStringLiteral("POST /api/1.0/register")), 6);
+
+    // When that registration fails, the next request registers again, once; the text that met
+    // the failure waits in the queue and follows.
+    addFault({{QStringLiteral("path"), QStringLiteral("/api/1.0/register")},
+              {QStringLiteral("kind"), QStringLiteral("status")},
+              {QStringLiteral("status"), 503}});
+    zuvero->setNeedsRegistration(true);
+    for (const char *text : {"four", "five"})
+        zuvero->sendMessage(QString::fromLatin1(text));
+    QTRY_COMPARE(texts().size(), 5);
+    QCOMPARE(texts().mid(3), (QStringList{u"five"_s, u"four"_s}));
+    QCOMPARE(counter(QStringLiteral("POST /api/1.0/register")), 8);
+    QVERIFY(zuvero->offlineMessages().isEmpty());
 }
 
 void TestFacadeServer::queuedWhileOfflineSentInOrder()

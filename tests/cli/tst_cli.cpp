@@ -1,6 +1,7 @@
 #include "ZVXDevServerProcess.h"
 #include "ZVXJWT.h"
 
+#include <QCryptographicHash>
 #include <QImage>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -31,6 +32,7 @@ private Q_SLOTS:
     void usageErrors_data();
     void usageErrors();
     void serverAndTokenFailures();
+    void registerReportsItsOwnAnswer();
     void queueWaitsForTheServer();
     void chatInTheTerminal();
 
@@ -39,6 +41,7 @@ private:
     Run run(const QStringList &arguments, const QByteArray &input = {});
 
     ZVXDevServerProcess m_server;
+    std::unique_ptr<ZVXDevClient> m_admin;
     QTemporaryDir m_state;
     QString m_host;
 };
@@ -51,7 +54,12 @@ void TestCli::initTestCase()
     m_host = QUrl(m_server.origin()).authority();
     QVERIFY(m_server.stop());
     QVERIFY(m_server.start({QStringLiteral("--api-secret"), SecretHex, QStringLiteral("--port"),
-                            QString::number(QUrl(m_server.origin()).port())}));
+                            QString::number(QUrl(m_server.origin()).port()),
+                            QStringLiteral("--admin")}));
+    m_admin = std::make_unique<ZVXDevClient>(
+        m_server,
+        ZVXDevSign({{QStringLiteral("installationId"), QStringLiteral("admin")}},
+                   QByteArray::fromHex(SecretHex.toLatin1())));
 }
 
 QStringList TestCli::common(const QString &user) const
@@ -201,6 +209,69 @@ void TestCli::serverAndTokenFailures()
     QCOMPARE(unauthorized.status, 1);
     QVERIFY2(unauthorized.err.startsWith(QLatin1String("zuvero-cli: com.zuvero.errors 401: ")),
              qPrintable(unauthorized.err));
+}
+
+void TestCli::registerReportsItsOwnAnswer()
+{
+    const auto registrations = [this] {
+        return m_admin->get(QStringLiteral("/admin/counters"))
+            .json()
+            .value(QStringLiteral("counters"))
+            .toMap()
+            .value(QStringLiteral("POST /api/1.0/register"))
+            .toLongLong();
+    };
+    const auto fault = [this](const char *kind) {
+        QCOMPARE(m_admin
+                     ->postJSON(QStringLiteral("/admin/faults"),
+                                {{QStringLiteral("path"), QStringLiteral("/api/1.0/register")},
+                                 {QStringLiteral("kind"), QString::fromLatin1(kind)},
+                                 {QStringLiteral("status"), 200}})
+                     .status,
+                 200);
+    };
+
+    // Identity options make no registration of their own: the command's one request is the one
+    // it reports.
+    QStringList options = common(QStringLiteral("reg"))
+        + QStringList{QStringLiteral("--user-name"), QStringLiteral("Reg"),
+                      QStringLiteral("--device-token"), QStringLiteral("a1b2")};
+    qint64 before = registrations();
+    fault("nonJSON");
+    const Run refused = run(options + QStringList{QStringLiteral("register")});
+    QCOMPARE(refused.status, 1);
+    QVERIFY2(refused.err.startsWith(QLatin1String("zuvero-cli: com.zuvero.json ")),
+             qPrintable(refused.err));
+    QCOMPARE(registrations(), before + 1);
+    before = registrations();
+    QCOMPARE(run(options + QStringList{QStringLiteral("register")}).out,
+             QStringLiteral("registered\n"));
+    QCOMPARE(registrations(), before + 1);
+
+    // A token registers as soon as it is set; when that fails, so does the command.
+    ZVXJWT token;
+    token.setPayload(
+        {{QStringLiteral("apiKey"),
+          QString::fromLatin1(QCryptographicHash::hash(QByteArray::fromHex(SecretHex.toLatin1()),
+                                                       QCryptographicHash::Sha256)
+                                  .toHex())},
+         {QStringLiteral("installationId"), QStringLiteral("T")},
+         {QStringLiteral("userId"), QStringLiteral("tokened")}});
+    const QStringList tokened{
+        QStringLiteral("--host"),
+        m_host,
+        QStringLiteral("--jwt"),
+        *token.signedTokenWithSecret(QByteArray::fromHex(SecretHex.toLatin1())),
+        QStringLiteral("--ca-file"),
+        m_server.authorityPath(),
+        QStringLiteral("--state"),
+        m_state.path()};
+    fault("nonJSON");
+    const Run refused2 = run(tokened + QStringList{QStringLiteral("register")});
+    QCOMPARE(refused2.status, 1);
+    QVERIFY2(refused2.err.contains(QLatin1String("earlier registration")),
+             qPrintable(refused2.err));
+    QCOMPARE(run(tokened + QStringList{QStringLiteral("register")}).status, 0);
 }
 
 void TestCli::queueWaitsForTheServer()

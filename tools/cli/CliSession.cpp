@@ -2,6 +2,7 @@
 
 #include <Zuvero/ZuveroApplication.h>
 #include <Zuvero/ZuveroCertificateAuthorities.h>
+#include <Zuvero/ZuveroData.h>
 #include <Zuvero/ZuveroException.h>
 #include <Zuvero/ZuveroUserDefaults.h>
 
@@ -18,6 +19,13 @@
 #include <unistd.h>
 
 namespace {
+
+// Failures of the command itself rather than of the library.
+const QString CliErrorDomain = QStringLiteral("zuvero-cli");
+enum CliErrorCode : qint64 {
+    MessagesStillWaiting = 1,
+    EarlierRegistrationFailed = 2,
+};
 
 void printOut(const QString &line)
 {
@@ -126,6 +134,14 @@ bool CliSession::makeFacade()
         configuration.insert(QStringLiteral("apiKey"), *a.apiKey);
     if (a.apiSecret)
         configuration.insert(QStringLiteral("apiSecret"), *a.apiSecret);
+    // The credentials come after the identity (below): each identity setter registers anew when
+    // it can, and a command should make the one registration it needs, not one per option.
+    const QString secret = configuration.take(QStringLiteral("apiSecret")).toString();
+    const QVariant apiKey = configuration.take(QStringLiteral("apiKey"));
+    if (!secret.isEmpty() && !ZuveroDataWithHexString(secret)) {
+        usageError(QStringLiteral("the API secret is not hexadecimal"));
+        return false;
+    }
     if (a.language)
         configuration.insert(QStringLiteral("language"), *a.language);
 
@@ -135,13 +151,7 @@ bool CliSession::makeFacade()
         usageError(QString::fromUtf8(e.what()));
         return false;
     }
-    if (!m_zuvero) {
-        usageError(QStringLiteral("the API secret is not hexadecimal"));
-        return false;
-    }
     m_zuvero->setDelegate(m_delegate);
-    if (a.jwt)
-        m_zuvero->setJwt(*a.jwt);
     if (a.userId)
         m_zuvero->setUserIdentifier(*a.userId);
     if (a.userName)
@@ -152,6 +162,13 @@ bool CliSession::makeFacade()
         m_zuvero->setDeviceToken(*a.deviceToken);
     if (a.developmentAPNS)
         m_zuvero->setDevelopmentAPNS(true);
+    if (!secret.isEmpty())
+        m_zuvero->setApiSecret(secret);
+    else if (apiKey.metaType().id() == QMetaType::QString)
+        m_zuvero->setApiKey(apiKey.toString());
+    // A token is identity and credential at once: it registers as soon as it is set.
+    if (a.jwt)
+        m_zuvero->setJwt(*a.jwt);
     return true;
 }
 
@@ -225,6 +242,12 @@ void CliSession::registerNow()
     m_zuvero->registerIfNeeded([this](bool success, const ZuveroError &error) {
         if (!success)
             return fail(error);
+        // The registration a token started on its own failed before this one: the facade still
+        // wants to register, so the device is not known to the server as this run left it.
+        if (m_zuvero->needsRegistration())
+            return fail(ZuveroError::withDescription(
+                CliErrorDomain, EarlierRegistrationFailed,
+                QStringLiteral("an earlier registration of this run failed")));
         printOut(QStringLiteral("registered"));
         succeed();
     });
@@ -376,7 +399,8 @@ void CliSession::queue()
                 succeed();
             else
                 fail(ZuveroError::withDescription(
-                    ZuveroErrorDomain, 1, QStringLiteral("messages are still waiting to be sent")));
+                    CliErrorDomain, MessagesStillWaiting,
+                    QStringLiteral("messages are still waiting to be sent")));
             return;
         }
         m_zuvero->sendOfflineMessages();

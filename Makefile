@@ -4,7 +4,7 @@
 #   make test        ... and run every test suite
 #   make demo        a short conversation through zuvero-cli with a local dev server
 #   make test-sanitize   the same suites under AddressSanitizer + UBSan (build-asan/)
-#   make test-tsan   the operation suites under ThreadSanitizer (build-tsan/)
+#   make test-tsan   the threaded suites (operations, network, facade) under ThreadSanitizer
 #   make fuzz        every libFuzzer target for FUZZ_SECONDS (60) each (build-fuzz/)
 #   make bench       the benchmarks' table of ratios (build/)
 #   make format / check-format
@@ -34,12 +34,16 @@ test-sanitize:
 	scripts/setup.sh $(ASAN_BUILD) -DZUVERO_SANITIZER=address -DCMAKE_BUILD_TYPE=Debug
 	$(CTEST) --test-dir $(ASAN_BUILD)
 
-# Only the suites labelled "ops" are built and run: they are the threaded ones.
+# The suites whose work crosses threads: operations, the network code (replies are checked on
+# worker threads) and the facade over it.
+TSAN_LABELS = ops net core
 test-tsan:
 	scripts/setup.sh --deps-only
 	cmake -S . -B $(TSAN_BUILD) -G Ninja -DZUVERO_SANITIZER=thread -DCMAKE_BUILD_TYPE=Debug
-	cmake --build $(TSAN_BUILD) --parallel $(JOBS) --target zuvero_tests_ops
-	$(CTEST) --test-dir $(TSAN_BUILD) -L ops
+	cmake --build $(TSAN_BUILD) --parallel $(JOBS) --target $(addprefix zuvero_tests_,$(TSAN_LABELS))
+	$(CTEST) --test-dir $(TSAN_BUILD) -L '^($(subst $(space),|,$(TSAN_LABELS)))$$'
+
+space := $(subst ,, )
 
 fuzz:
 	fuzz/run.sh --time $(FUZZ_SECONDS)

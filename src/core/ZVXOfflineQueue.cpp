@@ -8,6 +8,7 @@
 
 #include <QDirIterator>
 #include <QPointer>
+#include <QSet>
 #include <QStandardPaths>
 
 using namespace std::chrono_literals;
@@ -41,21 +42,52 @@ void ZVXOfflineQueue::saveCachedMessages(const ZuveroChatMessageList &messages,
 void ZVXOfflineQueue::saveOfflineMessages(const ZuveroChatMessageList &messages)
 {
     m_offlineMessages = messages;
+    persist();
+}
+
+void ZVXOfflineQueue::persist()
+{
+    if (m_store)
+        m_store->save(m_accepted + m_offlineMessages);
+}
+
+void ZVXOfflineQueue::setStore(const std::optional<ZVXOfflineStore> &store)
+{
+    m_store = store;
+    if (!m_store)
+        return;
+    QSet<QString> queued;
+    for (const ZuveroChatMessagePtr &message : m_accepted + m_offlineMessages)
+        queued.insert(message->uuid());
+    ZuveroChatMessageList restored;
+    for (const ZuveroChatMessagePtr &message : m_store->load()) {
+        if (!queued.contains(message->uuid()))
+            restored.append(message);
+    }
+    // What was kept waited longer than what this process queued: it goes first.
+    saveOfflineMessages(restored + m_offlineMessages);
+    for (const ZuveroChatMessagePtr &message : std::as_const(restored))
+        m_facade->post(ZuveroChatDidAddOfflineMessageNotification,
+                       {{QStringLiteral("message"), QVariant::fromValue(message)}});
 }
 
 void ZVXOfflineQueue::reset()
 {
     m_messages.clear();
     m_offlineMessages.clear();
+    m_accepted.clear();
     m_hasMoreMessages = false;
     m_backgroundConversation = ZVXConversation();
+    // The file stays: it is the previous identity's, for when it comes back.
+    m_store.reset();
 }
 
 void ZVXOfflineQueue::addOfflineMessage(const ZuveroChatMessagePtr &message)
 {
     message->setIsOffline(true);
+    m_accepted.removeOne(message); // it is kept as a queued one now
     if (m_offlineMessages.contains(message))
-        return;
+        return persist();
     saveOfflineMessages(m_offlineMessages + ZuveroChatMessageList{message});
     m_facade->post(ZuveroChatDidAddOfflineMessageNotification,
                    {{QStringLiteral("message"), QVariant::fromValue(message)}});
@@ -161,6 +193,10 @@ void ZVXOfflineQueue::postMessage(const QString &text,
 
     const ZuveroChatMessagePtr message
         = ZuveroChatMessage::initWithText(text, ZuveroChatAttachmentPtr());
+    // Kept with the queue from now until the server has it or it is queued, so that a process
+    // that ends meanwhile still finds it.
+    m_accepted.append(message);
+    persist();
     const QPointer<ZVXOfflineQueue> self(this);
     if (m_facade->isNetworkReachable() && m_offlineMessages.isEmpty()) {
         m_facade->notifyChatDidSendMessage();
@@ -170,6 +206,8 @@ void ZVXOfflineQueue::postMessage(const QString &text,
                 if (!self)
                     return;
                 message->setIsOffline(!success);
+                if (success && self->m_accepted.removeOne(message))
+                    self->persist();
                 if (!success) {
                     if (!self->m_facade->isChatScreenVisible())
                         self->m_backgroundConversation.addMessages({message});

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ZVXConversation.h"
+#include "ZVXOfflineStore.h"
 #include "ZuveroConnection.h"
 
 #include <QObject>
@@ -52,6 +53,12 @@ public:
     void saveOfflineMessages(const ZuveroChatMessageList &messages);
     //! Forgets the conversation and the queue: they belonged to the previous identity.
     void reset();
+    /*!
+        Keeps the queue in \a store from now on, or in memory only without
+        one. The messages the store holds join the queue (each announced as
+        added) and the queue is written back whole.
+    */
+    void setStore(const std::optional<ZVXOfflineStore> &store);
 
     void addOfflineMessage(const ZuveroChatMessagePtr &message);
     bool isSending() const { return m_sending; }
@@ -73,6 +80,8 @@ private:
     void handleSendingSuccess(ZuveroChatMessageList queue, const ZuveroChatMessagePtr &message);
     void handleSendingFailure(const ZuveroChatMessagePtr &message, const ZuveroError &error);
     void finishPass(const ZuveroChatMessagePtr &last);
+    //! Writes what waits to the store, if there is one.
+    void persist();
 
     ZVXOfflineQueueAPI *m_facade;
     ZuveroChatMessageList m_messages;
@@ -82,4 +91,8 @@ private:
     qint32 m_remainingRetries = InitialRetries;
     // The conversation a chat screen would keep, for texts sent without one.
     ZVXConversation m_backgroundConversation;
+    std::optional<ZVXOfflineStore> m_store;
+    // Texts accepted by postMessage() that are neither acknowledged nor queued yet: kept in the
+    // store with the queue.
+    ZuveroChatMessageList m_accepted;
 };

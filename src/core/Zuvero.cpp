@@ -1021,6 +1021,48 @@ bool Zuvero::saveOfflineMessages(const ZuveroChatMessageList &messages)
 void Zuvero::resetInMemoryMessages()
 {
     d->offlineQueue->reset();
+    d->attachOfflineStore();
+}
+
+bool Zuvero::persistsOfflineMessages() const
+{
+    return d->persistsOfflineMessages;
+}
+
+void Zuvero::setPersistsOfflineMessages(bool persists)
+{
+    if (persists == d->persistsOfflineMessages)
+        return;
+    d->persistsOfflineMessages = persists;
+    if (!persists) {
+        d->offlineQueue->setStore(std::nullopt);
+        return;
+    }
+    d->attachOfflineStore();
+    d->offlineQueue->sendOfflineMessagesIfWaiting();
+}
+
+QString Zuvero::offlineMessagesDirectory() const
+{
+    if (!d->offlineMessagesDirectory.isEmpty())
+        return d->offlineMessagesDirectory;
+    return QDir(QStandardPaths::writableLocation(QStandardPaths::AppDataLocation))
+        .filePath(QStringLiteral("Zuvero"));
+}
+
+void Zuvero::setOfflineMessagesDirectory(const QString &folder)
+{
+    if (folder == d->offlineMessagesDirectory)
+        return;
+    d->offlineMessagesDirectory = folder;
+    d->attachOfflineStore();
+}
+
+void ZuveroPrivate::attachOfflineStore()
+{
+    if (persistsOfflineMessages)
+        offlineQueue->setStore(
+            ZVXOfflineStore(q->offlineMessagesDirectory(), hostname, m_userIdentifier));
 }
 
 void Zuvero::addOfflineMessage(const ZuveroChatMessagePtr &message)

@@ -255,6 +255,19 @@ public:
     void postMessage(const QString &text, Completion completion = {});
     //! postMessage() for a text that is not blank.
     void sendMessage(const QString &text);
+    /*!
+        Whether the messages waiting to be sent are also kept in a file, so
+        that they outlive the process (a crash, a power cut) and go out when
+        the same user on the same server is back. Off by default: the queue
+        lives in memory only. Turning it on takes in what the file holds.
+        Each user has a file of their own in offlineMessagesDirectory();
+        switching users leaves the previous user's file for their return.
+    */
+    bool persistsOfflineMessages() const;
+    void setPersistsOfflineMessages(bool persists);
+    //! Where those files live: "Zuvero" in the host's data folder unless set.
+    QString offlineMessagesDirectory() const;
+    void setOfflineMessagesDirectory(const QString &folder);
     //! Removes cache files that older releases left in the user's cache folder.
     void cleanDiskCacheIfNeeded();
 

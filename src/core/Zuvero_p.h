@@ -63,6 +63,8 @@ public:
     void setUserInterface(std::unique_ptr<ZVXUserInterface> userInterface);
     //! A screen's visibility ended (ZuveroChatScreenVisibility).
     void chatScreenDidDisappear(quint64 identity);
+    //! Gives the queue the file of the current identity, when queues are kept in files.
+    void attachOfflineStore();
 
     // The offline queue's view.
     bool isNetworkReachable() const override;
@@ -116,6 +118,8 @@ public:
     bool interactiveNotification = true;
     bool m_needsRegistration = true;
     QString sdkVersion;
+    bool persistsOfflineMessages = false;
+    QString offlineMessagesDirectory;
 
     ZuveroAppearance appearance;
     std::optional<QString> title;

@@ -1,6 +1,7 @@
 #include "ZVXJWT.h"
 #include "ZVXLogCapture.h"
 #include "ZVXManualClock.h"
+#include "ZVXReachability.h"
 #include "ZVXTemporaryUserDefaults.h"
 #include "Zuvero.h"
 #include "ZuveroApplication.h"
@@ -9,10 +10,14 @@
 #include "ZuveroException.h"
 
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QStandardPaths>
 #include <QTest>
 
 #include <thread>
+
+#include <QTemporaryDir>
 
 using namespace std::chrono_literals;
 
@@ -40,6 +45,7 @@ private Q_SLOTS:
     void oldCacheFilesAreRemoved();
     void sharedInstanceReadsTheHostsConfiguration();
     void attachmentSwitches();
+    void offlineMessagesOutliveTheProcess();
 
 private:
     std::unique_ptr<ZVXTemporaryUserDefaults> m_defaults;
@@ -283,6 +289,93 @@ void TestFacade::attachmentSwitches()
     QVERIFY(Zuvero::isAttachmentsEnabled());
     Zuvero::disableAttachments();
     QVERIFY(!Zuvero::isAttachmentsEnabled());
+}
+
+void TestFacade::offlineMessagesOutliveTheProcess()
+{
+    auto network = std::make_shared<ZVXSettableReachabilitySource>(ZVXReachabilityFlags::Reachable);
+    ZVXReachability::setSourceFactory([network](const QHostAddress &) { return network; });
+    const auto restoreSource = qScopeGuard([] { ZVXReachability::setSourceFactory({}); });
+    QTemporaryDir folder;
+    const auto make = [&](const QString &user) {
+        std::unique_ptr<Zuvero> zuvero(Zuvero::initWithApiSecret(Secret, ClosedHost, {}));
+        zuvero->setOfflineMessagesDirectory(folder.path());
+        zuvero->setPersistsOfflineMessages(true);
+        zuvero->setUserIdentifier(user);
+        return zuvero;
+    };
+    const auto files = [&] {
+        return QDir(folder.path()).entryList({QStringLiteral("offline-*.json")}, QDir::Files);
+    };
+
+    // A text is in the file from the moment it is accepted: while it is being sent (nobody
+    // listens on this host), and then in the queue.
+    std::unique_ptr<Zuvero> ana = make(QStringLiteral("ana"));
+    QVERIFY(files().isEmpty());
+    ana->sendMessage(QStringLiteral("one"));
+    QCOMPARE(files().size(), 1);
+    const QString anaFile = folder.filePath(files().first());
+    QCOMPARE(QFileInfo(anaFile).permissions()
+                 & (QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther | QFile::WriteOther),
+             QFile::Permissions());
+    QTRY_COMPARE(ana->offlineMessages().size(), 1);
+    network->setFlags(0);
+    auto photo = ZuveroChatAttachment::init();
+    photo->setContentType(QStringLiteral("image/png"));
+    photo->setFilename(QStringLiteral("a.png"));
+    photo->setData(QByteArray("\x89PNG\r\n\x1a\n\0\xff", 10));
+    const ZuveroChatMessagePtr withFile = ZuveroChatMessage::initWithText(std::nullopt, photo);
+    ana->addOfflineMessage(withFile);
+    ana->sendMessage(QStringLiteral("three"));
+    QTRY_COMPARE(ana->offlineMessages().size(), 3);
+    const ZuveroChatMessageList written = ana->offlineMessages();
+
+    // Another user's queue is another file; the first stays for its owner's return.
+    ana->setUserIdentifier(QStringLiteral("bob"));
+    QVERIFY(ana->offlineMessages().isEmpty());
+    ana->sendMessage(QStringLiteral("bob's"));
+    QTRY_COMPARE(files().size(), 2);
+    ana.reset();
+
+    // A new process finds each queue, in order, with the files' bytes, and announces it.
+    int announced = 0;
+    auto added = ZuveroNotificationCenter::defaultCenter()->addObserver(
+        ZuveroChatDidAddOfflineMessageNotification, nullptr,
+        [&](const ZuveroNotification &) { ++announced; });
+    std::unique_ptr<Zuvero> again = make(QStringLiteral("ana"));
+    const ZuveroChatMessageList restored = again->offlineMessages();
+    QCOMPARE(restored.size(), 3);
+    QCOMPARE(announced, 3);
+    for (qsizetype i = 0; i < restored.size(); ++i) {
+        QCOMPARE(restored[i]->uuid(), written[i]->uuid());
+        QCOMPARE(restored[i]->text(), written[i]->text());
+        QVERIFY(restored[i]->isOffline());
+    }
+    QCOMPARE(restored[1]->attachments()->first()->data(), photo->data());
+    QCOMPARE(restored[1]->attachments()->first()->uuid(), photo->uuid());
+    again->setUserIdentifier(QStringLiteral("bob"));
+    QCOMPARE(again->offlineMessages().size(), 1);
+    QCOMPARE(again->offlineMessages().first()->text(), QStringLiteral("bob's"));
+    again.reset();
+
+    // A file that cannot be read is set aside, never overwritten, and said so.
+    QFile garbage(anaFile);
+    QVERIFY(garbage.open(QIODevice::WriteOnly));
+    garbage.write("{\"version\": 1, \"messages\": [");
+    garbage.close();
+    ZVXLogCapture log;
+    std::unique_ptr<Zuvero> third = make(QStringLiteral("ana"));
+    QVERIFY(third->offlineMessages().isEmpty());
+    QVERIFY2(
+        !log.lines().filter(QStringLiteral("ZVX ERROR: ZVXOfflineStore: cannot read")).isEmpty(),
+        qPrintable(log.lines().join(u'\n')));
+    QVERIFY(!QFile::exists(anaFile));
+    QCOMPARE(QDir(folder.path()).entryList({QStringLiteral("offline-*.unreadable-*")}).size(), 1);
+
+    // Emptied, the queue leaves no file behind.
+    third->setUserIdentifier(QStringLiteral("bob"));
+    third->saveOfflineMessages({});
+    QVERIFY(files().isEmpty());
 }
 
 QTEST_MAIN(TestFacade)

@@ -4,6 +4,7 @@
 #include "ZVXDevServerProcess.h"
 #include "ZVXManualClock.h"
 #include "ZVXReachability.h"
+#include "ZVXStoredMessages.h"
 #include "ZVXTemporaryUserDefaults.h"
 #include "Zuvero.h"
 #include "ZuveroCertificateAuthorities.h"
@@ -17,7 +18,6 @@
 
 #include <malloc.h>
 #include <openssl/crypto.h>
-#include <sqlite3.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -106,29 +106,6 @@ qint64 peakResidentKiB()
             return line.mid(6).trimmed().split(' ').first().toLongLong();
     }
     return -1;
-}
-
-// The texts of the user's messages as the server stored them, in the order they arrived.
-QStringList storedTexts(const QString &database)
-{
-    QStringList texts;
-    sqlite3 *db = nullptr;
-    if (sqlite3_open_v2(QFile::encodeName(database).constData(), &db, SQLITE_OPEN_READONLY, nullptr)
-        != SQLITE_OK) {
-        sqlite3_close(db);
-        return texts;
-    }
-    sqlite3_stmt *select = nullptr;
-    if (sqlite3_prepare_v2(db, "SELECT text FROM messages WHERE sender = 'user' ORDER BY id", -1,
-                           &select, nullptr)
-        == SQLITE_OK) {
-        while (sqlite3_step(select) == SQLITE_ROW)
-            texts << QString::fromUtf8(
-                reinterpret_cast<const char *>(sqlite3_column_text(select, 0)));
-    }
-    sqlite3_finalize(select);
-    sqlite3_close(db);
-    return texts;
 }
 
 } // namespace
@@ -348,7 +325,10 @@ void TestFaultLoad::thousandMessagesUnderFaults()
                  .status,
              200);
     const qint64 sends = sendsSeen();
-    const QStringList stored = storedTexts(m_server.dataDirectory() + u"/devserver.sqlite"_s);
+    QStringList stored;
+    for (const ZVXStoredMessage &message :
+         ZVXStoredUserMessages(m_server.dataDirectory() + u"/devserver.sqlite"_s))
+        stored << message.text;
     QStringList expected;
     for (const QString &text : std::as_const(written)) {
         if (!errored.contains(text))

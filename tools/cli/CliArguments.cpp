@@ -81,7 +81,8 @@ QString CliArguments::usage()
         "                           where the server pushes\n"
         "  --language TAG           the language of the server's texts\n"
         "  --ca-file PEM            an extra trusted certificate authority\n"
-        "  --state DIR              where the library keeps its settings\n"
+        "  --state DIR              where the library keeps its settings and the messages\n"
+        "                           waiting to be sent, which a later run sends\n"
         "  --verbose                the library's log lines on standard error\n"
         "\n"
         "Commands:\n"
@@ -95,7 +96,8 @@ QString CliArguments::usage()
         "  mark-read UUID[@EPOCH]...        mark these messages read\n"
         "  push FILE|-                      hand a push payload (JSON) to the library\n"
         "  token                            print the token the library would send\n"
-        "  queue TEXT... [--wait SECONDS]   send through the offline queue and wait for it\n"
+        "  queue [TEXT...] [--wait SECONDS] send through the offline queue (with what waits\n"
+        "                                   there) and wait for it\n"
         "  chat                             chat in the terminal\n"
         "\n"
         "Exit status: 0 success, 1 server or network error, 2 usage error.\n");
@@ -247,8 +249,7 @@ std::optional<CliArguments> CliArguments::parse(const QStringList &arguments, QS
         || command == QLatin1String("history");
     if ((none && operands != 0) || (command == QLatin1String("send") && operands != 1)
         || (command == QLatin1String("push") && operands != 1)
-        || ((command == QLatin1String("mark-read") || command == QLatin1String("queue"))
-            && operands == 0)) {
+        || (command == QLatin1String("mark-read") && operands == 0)) {
         *error = QStringLiteral("wrong number of arguments for %1").arg(command);
         return std::nullopt;
     }

@@ -152,6 +152,11 @@ bool CliSession::makeFacade()
         return false;
     }
     m_zuvero->setDelegate(m_delegate);
+    // A state folder keeps the queue too: what a run could not send, the next one sends.
+    if (a.stateDirectory) {
+        m_zuvero->setOfflineMessagesDirectory(*a.stateDirectory);
+        m_zuvero->setPersistsOfflineMessages(true);
+    }
     if (a.userId)
         m_zuvero->setUserIdentifier(*a.userId);
     if (a.userName)
@@ -375,16 +380,19 @@ void CliSession::queue()
             if (message && !m_queued.contains(message))
                 m_queued.append(message);
         }));
+    // Messages an earlier run left in the queue count with the new ones.
+    m_queued = m_zuvero->offlineMessages();
+    const qsizetype total = m_queued.size() + m_arguments.operands.size();
     for (const QString &text : std::as_const(m_arguments.operands))
         m_zuvero->sendMessage(text);
 
     // A host retries what waits in the queue; here every second, until it is empty or time is up.
-    const auto report = [this] {
+    const auto report = [this, total] {
         qsizetype errored = 0;
         for (const auto &message : std::as_const(m_queued))
             errored += message->isErrored();
         const qsizetype queued = m_zuvero->offlineMessages().size();
-        const qsizetype sent = m_arguments.operands.size() - queued - errored;
+        const qsizetype sent = total - queued - errored;
         printOut(
             QStringLiteral("sent %1, queued %2, errored %3").arg(sent).arg(queued).arg(errored));
         return queued == 0 && errored == 0;

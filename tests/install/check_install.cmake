@@ -19,7 +19,7 @@ run("${CMAKE_COMMAND}" -S "${CONSUMER_DIR}" -B "${WORK_DIR}/cmake-host" -G Ninja
     "-DCMAKE_PREFIX_PATH=${prefix}")
 run("${CMAKE_COMMAND}" --build "${WORK_DIR}/cmake-host")
 run("${WORK_DIR}/cmake-host/zuvero-host")
-if(NOT output MATCHES "apiKey=9f86d081884c7d659a2feaa0c55ad015a3bf4f1b2b0b822cd15d6c15b0f00a08")
+if(NOT output MATCHES "apiKey=9f86d081884c7d659a2feaa0c55ad015a3bf4f1b2b0b822cd15d6c15b0f00a08 colour=#0f80f0 keys=1")
     message(FATAL_ERROR "unexpected output of the CMake host: ${output}")
 endif()
 
@@ -34,6 +34,6 @@ get_filename_component(library_dir "${library}" DIRECTORY)
 run("${cxx}" -std=c++20 -fPIC "${CONSUMER_DIR}/main.cpp" -o "${WORK_DIR}/pkg-config-host" ${flags}
     "-Wl,-rpath,${library_dir}")
 run("${WORK_DIR}/pkg-config-host")
-if(NOT output MATCHES "apiKey=9f86d081884c7d659a2feaa0c55ad015a3bf4f1b2b0b822cd15d6c15b0f00a08")
+if(NOT output MATCHES "apiKey=9f86d081884c7d659a2feaa0c55ad015a3bf4f1b2b0b822cd15d6c15b0f00a08 colour=#0f80f0 keys=1")
     message(FATAL_ERROR "unexpected output of the pkg-config host: ${output}")
 endif()

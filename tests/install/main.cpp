@@ -1,7 +1,6 @@
-// Uses the installed public headers only.
+// Uses the installed public headers only: what the facade hands out must be usable with them.
+#include <Zuvero/Zuvero.h>
 #include <Zuvero/ZuveroData.h>
-#include <Zuvero/ZuveroError.h>
-#include <Zuvero/ZuveroNotificationCenter.h>
 
 #include <QCoreApplication>
 
@@ -19,6 +18,18 @@ int main(int argc, char **argv)
     const auto apiKey = ZuveroHexStringFromData(ZuveroSHA256(secret));
     ZuveroNotificationCenter::defaultCenter()->post(QStringLiteral("KeyMade"), nullptr,
                                                     {{QStringLiteral("apiKey"), *apiKey}});
-    std::printf("apiKey=%s\n", qPrintable(key));
-    return key.isEmpty() ? 1 : 0;
+
+    // The facade's reachability monitor, its notification, the configuration's keys and colours.
+    Zuvero *zuvero = Zuvero::initWithApiSecret(QStringLiteral("74657374"),
+                                               QStringLiteral("127.0.0.1:9"), {}, &app);
+    auto reachability = ZuveroNotificationCenter::defaultCenter()->addObserver(
+        ZuveroNetworkReachabilityChangedNotification, zuvero->reachability(),
+        [](const ZuveroNotification &) {});
+    const bool reachable = zuvero->reachability()->isReachable();
+    const std::optional<QColor> colour = Zuvero::zuveroColorWithHexCode(QStringLiteral("#0F80F0"));
+    const bool keysKnown = Zuvero::colorCustomizationKeys().contains(QStringLiteral("tintColor"))
+        && Zuvero::allCustomizationKeys().size() > Zuvero::colorCustomizationKeys().size();
+    std::printf("apiKey=%s colour=%s keys=%d reachable=%d\n", qPrintable(key),
+                colour ? qPrintable(colour->name()) : "none", int(keysKnown), int(reachable));
+    return key.isEmpty() || !colour || !keysKnown ? 1 : 0;
 }

@@ -209,12 +209,8 @@ void TestFacade::requestsAndBodies()
     // Without a token there is no token header at all, and file URLs stay as they are.
     ZVXURLRequest request = connection->requestWithPath(QStringLiteral("/status"));
     QCOMPARE(request.url().toString(), QStringLiteral("https://127.0.0.1:9/api/1.0/status"));
-    QList<QByteArray> names;
     for (const auto &[name, value] : request.allHTTPHeaderFields())
-        names << name;
-    QCOMPARE(names.join(' '),
-             QByteArray("Accept-Encoding Accept-Language Accept Accept-Charset Content-Type "
-                        "X-Zuvero-Platform X-Zuvero-Sdk-Version"));
+        QVERIFY2(name != "X-ZVL-JWT", value.constData());
     const QUrl file(QStringLiteral("https://files.example.com/a.png?a=1"));
     QCOMPARE(connection->cacheableRequestWithURL(file)->url(), file);
     QVERIFY(!connection->cacheableRequestWithURL(QUrl()));

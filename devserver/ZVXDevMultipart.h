@@ -19,6 +19,8 @@ struct Part
     QString filename;
     QString contentType;
     QByteArray content;
+    //! Where the content starts in the body.
+    qsizetype offset = 0;
 };
 
 class Form

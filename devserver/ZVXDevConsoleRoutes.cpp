@@ -96,11 +96,19 @@ void reply(const ZVXDevServices &services, const httplib::Request &req, httplib:
     ZVXDevMessageRecord message;
     message.user = user->id;
     message.uuid = newUUID();
-    message.sender = QStringLiteral("agent");
+    // Agents answer; the system announces (a transfer, the end of a conversation) and is nobody.
+    message.sender = field(QStringLiteral("sender"));
+    if (message.sender.isEmpty())
+        message.sender = QStringLiteral("agent");
+    if (message.sender != QLatin1String("agent") && message.sender != QLatin1String("system")) {
+        replyError(res, 400, QStringLiteral("\"sender\" must be \"agent\" or \"system\""));
+        return;
+    }
     if (const QString written = field(QStringLiteral("text")); !written.isEmpty())
         message.text = written;
     const QString agentName = field(QStringLiteral("agentName"));
-    message.userName = agentName.isEmpty() ? services.options.agentName : agentName;
+    if (message.sender == QLatin1String("agent"))
+        message.userName = agentName.isEmpty() ? services.options.agentName : agentName;
     message.dateMs = QDateTime::currentMSecsSinceEpoch();
 
     QList<ZVXDevConversations::Upload> uploads;

@@ -2,8 +2,10 @@
 
 #include "ZVXDevConversations.h"
 #include "ZVXDevDictionaries.h"
+#include "ZVXDevFaults.h"
 #include "ZVXDevMessageUpload.h"
 #include "ZVXDevOptions.h"
+#include "ZVXDevReceipts.h"
 #include "ZVXDevServices.h"
 
 #include <QDateTime>
@@ -116,11 +118,10 @@ void listMessages(const ZVXDevServices &services, const httplib::Request &req,
                {UnreadCountKey, services.storage.unreadCount(user.id)}});
 }
 
-void sendMessage(const ZVXDevServices &services, const httplib::Request &req,
+void sendMessage(const ZVXDevServices &services, const std::optional<ZVXDevMultipart::Form> &form,
                  httplib::Response &res, const ZVXDevIdentity &identity)
 {
-    std::optional<ZVXDevMessageUpload::Upload> upload
-        = ZVXDevMessageUpload::read(ZVXDevHttp::form(req), res);
+    std::optional<ZVXDevMessageUpload::Upload> upload = ZVXDevMessageUpload::read(form, res);
     if (!upload)
         return;
     const ZVXDevUser user = services.storage.userFor(identity);
@@ -184,8 +185,32 @@ void install(httplib::Server &server, const ZVXDevServices &services)
     server.Post("/api/1.0/register", route(registerDevice));
     server.Get("/api/1.0/status", route(status));
     server.Get(MessagesPath.toStdString(), route(listMessages));
-    server.Post(MessagesPath.toStdString(), route(sendMessage));
+    server.Post(
+        MessagesPath.toStdString(),
+        [&services](const httplib::Request &req, httplib::Response &res) {
+            const std::optional<ZVXDevMultipart::Form> form = ZVXDevHttp::form(req);
+            // Counted before anything can refuse it: a receipt is what arrived.
+            if (services.options.admin) {
+                if (const std::optional<QString> uuid = ZVXDevMessageUpload::namedUUID(form))
+                    services.receipts.note(*uuid);
+            }
+            if (const std::optional<ZVXDevFaults::Fault> fault
+                = services.faults.take(QStringLiteral("POST"), MessagesPath)) {
+                if (ZVXDevFaults::apply(*fault, res))
+                    return;
+            }
+            authenticated(services, false,
+                          [&services, &form](const httplib::Request &, httplib::Response &res,
+                                             const ZVXDevIdentity &identity) {
+                              sendMessage(services, form, res, identity);
+                          })(req, res);
+        });
     server.Post("/api/1.0/mark_messages", route(markMessages));
+}
+
+bool appliesFaultsItself(const QString &method, const QString &path)
+{
+    return method == QLatin1String("POST") && path == MessagesPath;
 }
 
 } // namespace ZVXDevApiRoutes

@@ -1,6 +1,9 @@
 #include "ZVXDevFaults.h"
 
+#include "ZVXDevConnections.h"
+
 #include <cmath>
+#include <thread>
 
 namespace {
 
@@ -122,4 +125,29 @@ void ZVXDevFaults::resetCounters()
 {
     std::lock_guard lock(m_mutex);
     m_counters.clear();
+}
+
+bool ZVXDevFaults::apply(const Fault &fault, httplib::Response &res)
+{
+    if (fault.delay.count() > 0)
+        std::this_thread::sleep_for(fault.delay);
+    switch (fault.kind) {
+    case Kind::Delay:
+        return false;
+    case Kind::Drop:
+        ZVXDevConnections::dropCurrent();
+        break;
+    case Kind::Status:
+    case Kind::NonJSON:
+    case Kind::Empty:
+        res.status = fault.status;
+        res.set_header(Header, "1");
+        // The request's body may be left unread, so the connection cannot carry another request.
+        res.set_header("Connection", "close");
+        if (!fault.body.isEmpty())
+            res.set_content(fault.body.constData(), size_t(fault.body.size()),
+                            fault.contentType.constData());
+        break;
+    }
+    return true;
 }

@@ -10,6 +10,8 @@
 #include <mutex>
 #include <optional>
 
+#include <httplib.h>
+
 /*!
     Faults that tests ask for ("the next 2 requests on /api/1.0/status
     answer 503") and the number of requests seen per method and path.
@@ -45,6 +47,14 @@ public:
 
     //! The fault described by \a object (as POSTed to /admin/faults), or nothing and \a error.
     static std::optional<Fault> fromJSON(const QJsonObject &object, QString *error);
+
+    //! Marks answers made by a fault, which must reach the client exactly as asked.
+    static constexpr const char *Header = "X-Zuvero-Fault";
+    /*!
+        Makes \a res what \a fault asks for, after its delay; false when the
+        request is to be answered as usual (a delay only).
+    */
+    static bool apply(const Fault &fault, httplib::Response &res);
 
     void add(const Fault &fault);
     void clear();

@@ -1,6 +1,7 @@
 #include "ZVXDevMessageUpload.h"
 
 #include "ZVXDevHttp.h"
+#include "ZVXDevJSON.h"
 
 #include <QJsonArray>
 #include <QSet>
@@ -101,6 +102,19 @@ std::optional<Upload> read(const std::optional<ZVXDevMultipart::Form> &form, htt
     if (!readFiles(*form, object->value(QStringLiteral("attachments")), &upload.files, res))
         return std::nullopt;
     return upload;
+}
+
+std::optional<QString> namedUUID(const std::optional<ZVXDevMultipart::Form> &form)
+{
+    const ZVXDevMultipart::Part *json = form ? form->part(QStringLiteral("message")) : nullptr;
+    if (!json || json->content.size() > ZVXDevHttp::MaxJSONBody)
+        return std::nullopt;
+    const QJsonValue uuid = ZVXDevJSON::parseObject(json->content)
+                                .value_or(QJsonObject())
+                                .value(QStringLiteral("uuid"));
+    if (!uuid.isString())
+        return std::nullopt;
+    return uuid.toString();
 }
 
 } // namespace ZVXDevMessageUpload

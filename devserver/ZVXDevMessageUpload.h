@@ -26,4 +26,7 @@ inline constexpr int MaxTextLength = 100000;
 std::optional<Upload> read(const std::optional<ZVXDevMultipart::Form> &form,
                            httplib::Response &res);
 
+//! The uuid the form's "message" part names, whether or not the rest of it is usable.
+std::optional<QString> namedUUID(const std::optional<ZVXDevMultipart::Form> &form);
+
 } // namespace ZVXDevMessageUpload

@@ -1,6 +1,7 @@
 #include "ZVXDevAdminRoutes.h"
 
 #include "ZVXDevFaults.h"
+#include "ZVXDevReceipts.h"
 #include "ZVXDevServices.h"
 
 namespace ZVXDevAdminRoutes {
@@ -12,7 +13,7 @@ void install(httplib::Server &server, const ZVXDevServices &services)
     ZVXDevFaults &faults = services.faults;
     server.Post("/admin/faults",
                 loopbackOnly([&faults](const httplib::Request &req, httplib::Response &res) {
-                    const std::optional<QVariantMap> body = ZVXDevHttp::jsonBody(req, res);
+                    const std::optional<QJsonObject> body = ZVXDevHttp::jsonBody(req, res);
                     if (!body)
                         return;
                     QString error;
@@ -37,6 +38,16 @@ void install(httplib::Server &server, const ZVXDevServices &services)
     server.Delete("/admin/counters",
                   loopbackOnly([&faults](const httplib::Request &, httplib::Response &res) {
                       faults.resetCounters();
+                      ZVXDevHttp::replyJSON(res, {});
+                  }));
+    ZVXDevReceipts &receipts = services.receipts;
+    server.Get("/admin/receipts",
+               loopbackOnly([&receipts](const httplib::Request &, httplib::Response &res) {
+                   ZVXDevHttp::replyJSON(res, receipts.toJSON());
+               }));
+    server.Delete("/admin/receipts",
+                  loopbackOnly([&receipts](const httplib::Request &, httplib::Response &res) {
+                      receipts.clear();
                       ZVXDevHttp::replyJSON(res, {});
                   }));
 }

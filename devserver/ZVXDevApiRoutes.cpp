@@ -2,11 +2,14 @@
 
 #include "ZVXDevConversations.h"
 #include "ZVXDevDictionaries.h"
+#include "ZVXDevFaults.h"
 #include "ZVXDevMessageUpload.h"
 #include "ZVXDevOptions.h"
+#include "ZVXDevReceipts.h"
 #include "ZVXDevServices.h"
 
 #include <QDateTime>
+#include <QJsonArray>
 #include <QRegularExpression>
 
 #include <cmath>
@@ -19,11 +22,12 @@ namespace ZVXDevApiRoutes {
 namespace {
 
 const QString UnreadCountKey = QStringLiteral("unreadCount");
+const QString MessagesPath = QStringLiteral("/api/1.0/messages");
 
 void registerDevice(const ZVXDevServices &services, const httplib::Request &req,
                     httplib::Response &res, ZVXDevIdentity identity)
 {
-    const std::optional<QVariantMap> body = ZVXDevHttp::jsonBody(req, res);
+    const std::optional<QJsonObject> body = ZVXDevHttp::jsonBody(req, res);
     if (!body)
         return;
     ZVXDevDevice device;
@@ -55,7 +59,7 @@ void registerDevice(const ZVXDevServices &services, const httplib::Request &req,
               {{UnreadCountKey, services.storage.unreadCount(user.id)},
                {QStringLiteral("pollingInterval"), services.options.pollingInterval},
                {QStringLiteral("sourceInfo"),
-                QVariantMap{{QStringLiteral("welcomeMessage"), services.options.welcomeMessage}}}});
+                QJsonObject{{QStringLiteral("welcomeMessage"), services.options.welcomeMessage}}}});
 }
 
 void status(const ZVXDevServices &services, const httplib::Request &, httplib::Response &res,
@@ -105,7 +109,7 @@ void listMessages(const ZVXDevServices &services, const httplib::Request &req,
     const ZVXDevUser user = services.storage.userFor(identity);
     const ZVXDevMessagePage page = services.storage.messages(user.id, query);
     const QString base = services.apiBase(req);
-    QVariantList messages;
+    QJsonArray messages;
     for (const ZVXDevMessageRecord &message : page.messages)
         messages.append(ZVXDevDictionaries::message(message, base));
     replyJSON(res,
@@ -114,10 +118,10 @@ void listMessages(const ZVXDevServices &services, const httplib::Request &req,
                {UnreadCountKey, services.storage.unreadCount(user.id)}});
 }
 
-void sendMessage(const ZVXDevServices &services, const httplib::Request &req,
+void sendMessage(const ZVXDevServices &services, const std::optional<ZVXDevMultipart::Form> &form,
                  httplib::Response &res, const ZVXDevIdentity &identity)
 {
-    std::optional<ZVXDevMessageUpload::Upload> upload = ZVXDevMessageUpload::read(req, res);
+    std::optional<ZVXDevMessageUpload::Upload> upload = ZVXDevMessageUpload::read(form, res);
     if (!upload)
         return;
     const ZVXDevUser user = services.storage.userFor(identity);
@@ -144,14 +148,14 @@ void sendMessage(const ZVXDevServices &services, const httplib::Request &req,
 void markMessages(const ZVXDevServices &services, const httplib::Request &req,
                   httplib::Response &res, const ZVXDevIdentity &identity)
 {
-    const std::optional<QVariantMap> body = ZVXDevHttp::jsonBody(req, res);
+    const std::optional<QJsonObject> body = ZVXDevHttp::jsonBody(req, res);
     if (!body)
         return;
-    const QVariant listed = body->value(QStringLiteral("readMessageUUIDs"));
+    const QJsonValue listed = body->value(QStringLiteral("readMessageUUIDs"));
     QStringList uuids;
-    bool valid = listed.metaType().id() == QMetaType::QVariantList;
-    for (const QVariant &uuid : listed.toList()) {
-        valid = valid && uuid.metaType().id() == QMetaType::QString;
+    bool valid = listed.isArray();
+    for (const QJsonValue uuid : listed.toArray()) {
+        valid = valid && uuid.isString();
         uuids.append(uuid.toString());
     }
     if (!valid || uuids.size() > MaxPage) {
@@ -180,9 +184,33 @@ void install(httplib::Server &server, const ZVXDevServices &services)
     };
     server.Post("/api/1.0/register", route(registerDevice));
     server.Get("/api/1.0/status", route(status));
-    server.Get("/api/1.0/messages", route(listMessages));
-    server.Post("/api/1.0/messages", route(sendMessage));
+    server.Get(MessagesPath.toStdString(), route(listMessages));
+    server.Post(
+        MessagesPath.toStdString(),
+        [&services](const httplib::Request &req, httplib::Response &res) {
+            const std::optional<ZVXDevMultipart::Form> form = ZVXDevHttp::form(req);
+            // Counted before anything can refuse it: a receipt is what arrived.
+            if (services.options.admin) {
+                if (const std::optional<QString> uuid = ZVXDevMessageUpload::namedUUID(form))
+                    services.receipts.note(*uuid);
+            }
+            if (const std::optional<ZVXDevFaults::Fault> fault
+                = services.faults.take(QStringLiteral("POST"), MessagesPath)) {
+                if (ZVXDevFaults::apply(*fault, res))
+                    return;
+            }
+            authenticated(services, false,
+                          [&services, &form](const httplib::Request &, httplib::Response &res,
+                                             const ZVXDevIdentity &identity) {
+                              sendMessage(services, form, res, identity);
+                          })(req, res);
+        });
     server.Post("/api/1.0/mark_messages", route(markMessages));
+}
+
+bool appliesFaultsItself(const QString &method, const QString &path)
+{
+    return method == QLatin1String("POST") && path == MessagesPath;
 }
 
 } // namespace ZVXDevApiRoutes

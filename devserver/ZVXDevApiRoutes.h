@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QString>
+
 #include <httplib.h>
 
 struct ZVXDevServices;
@@ -14,5 +16,12 @@ namespace ZVXDevApiRoutes {
 inline constexpr int MaxPage = 1000;
 
 void install(httplib::Server &server, const ZVXDevServices &services);
+
+/*!
+    True for the upload, whose faults wait until its body is read: with
+    --admin the server counts the uuid each upload names, whatever the fault
+    then does to it.
+*/
+bool appliesFaultsItself(const QString &method, const QString &path);
 
 } // namespace ZVXDevApiRoutes

@@ -1,14 +1,14 @@
 #include "ZVXDevAuth.h"
 
 #include "ZVXDevOptions.h"
-#include "ZVXJWT.h"
+#include "ZVXDevTokens.h"
 
 namespace {
 
-std::optional<QString> claim(const QVariantMap &claims, const char *name)
+std::optional<QString> claim(const QJsonObject &claims, const char *name)
 {
-    const QVariant value = claims.value(QLatin1String(name));
-    if (value.metaType().id() != QMetaType::QString || value.toString().isEmpty())
+    const QJsonValue value = claims.value(QLatin1String(name));
+    if (!value.isString() || value.toString().isEmpty())
         return std::nullopt;
     return value.toString();
 }
@@ -27,24 +27,23 @@ ZVXDevAuth::identify(const std::optional<QString> &token) const
     if (!token || token->isEmpty())
         return Refusal{QStringLiteral("missing token")};
     const bool verify = !m_open && m_secret;
-    const std::shared_ptr<ZVXJWT> jwt
-        = ZVXJWT::initWithJWT(*token, verify ? m_secret : std::nullopt);
-    if (!jwt)
+    const std::optional<QJsonObject> claims
+        = ZVXDevTokens::claims(*token, verify ? m_secret : std::nullopt);
+    if (!claims)
         return Refusal{verify ? QStringLiteral("malformed token or wrong signature")
                               : QStringLiteral("malformed token")};
 
-    const QVariantMap claims = jwt->payload();
     ZVXDevIdentity identity;
-    identity.apiKey = claim(claims, "apiKey").value_or(QString());
+    identity.apiKey = claim(*claims, "apiKey").value_or(QString());
     if (!m_open && identity.apiKey != m_apiKey)
         return Refusal{QStringLiteral("the token names another API key")};
-    identity.userId = claim(claims, "userId");
-    identity.installationId = claim(claims, "installationId").value_or(QString());
+    identity.userId = claim(*claims, "userId");
+    identity.installationId = claim(*claims, "installationId").value_or(QString());
     if (!identity.userId && identity.installationId.isEmpty())
         return Refusal{QStringLiteral("the token names neither a userId nor an installationId")};
-    identity.userName = claim(claims, "userName");
-    const QVariant extra = claims.value(QStringLiteral("extra"));
-    if (extra.metaType().id() == QMetaType::QVariantMap)
-        identity.extra = extra;
+    identity.userName = claim(*claims, "userName");
+    const QJsonValue extra = claims->value(QStringLiteral("extra"));
+    if (extra.isObject())
+        identity.extra = extra.toObject();
     return identity;
 }

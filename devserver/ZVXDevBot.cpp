@@ -1,11 +1,11 @@
 #include "ZVXDevBot.h"
 
-#include "ZVXClock.h"
 #include "ZVXDevConversations.h"
 #include "ZVXDevLog.h"
-#include "ZVXModelValues.h"
 
 #include <QDateTime>
+#include <QTimer>
+#include <QUuid>
 
 ZVXDevBot::ZVXDevBot(ZVXDevConversations &conversations, const QString &agentName,
                      std::chrono::milliseconds delay)
@@ -14,8 +14,13 @@ ZVXDevBot::ZVXDevBot(ZVXDevConversations &conversations, const QString &agentNam
     , m_delay(delay)
 {
     m_conversations.setUserMessageObserver([this](const ZVXDevMessageRecord &message) {
-        // Called on a server thread; the answer is written on the main thread.
-        ZVXClock::after(m_delay, this, [this, message] { answer(message); });
+        // Called on a server thread, where a timer never fires: the main thread keeps the delay.
+        QMetaObject::invokeMethod(
+            this,
+            [this, message] {
+                QTimer::singleShot(m_delay, this, [this, message] { answer(message); });
+            },
+            Qt::QueuedConnection);
     });
 }
 
@@ -41,7 +46,7 @@ void ZVXDevBot::answer(const ZVXDevMessageRecord &message)
 {
     ZVXDevMessageRecord reply;
     reply.user = message.user;
-    reply.uuid = ZVXModelValues::newUUID();
+    reply.uuid = QUuid::createUuid().toString(QUuid::WithoutBraces);
     reply.sender = QStringLiteral("agent");
     reply.text = replyTo(message);
     reply.userName = m_agentName;

@@ -3,13 +3,13 @@
 #include "ZVXDevConversations.h"
 #include "ZVXDevDictionaries.h"
 #include "ZVXDevFileRoutes.h"
-#include "ZVXDevMultipart.h"
 #include "ZVXDevOptions.h"
 #include "ZVXDevServices.h"
-#include "ZVXModelValues.h"
 
 #include <QDateTime>
 #include <QFile>
+#include <QJsonArray>
+#include <QUuid>
 
 using ZVXDevHttp::loopbackOnly;
 using ZVXDevHttp::replyError;
@@ -37,19 +37,24 @@ QString consoleBase(const ZVXDevServices &services, const httplib::Request &req)
     return ZVXDevHttp::origin(req, services.origin) + QStringLiteral("/console/api");
 }
 
-QVariantMap consoleMessage(const ZVXDevMessageRecord &message, const QString &base)
+QString newUUID()
 {
-    QVariantMap dictionary = ZVXDevDictionaries::message(message, base);
+    return QUuid::createUuid().toString(QUuid::WithoutBraces);
+}
+
+QJsonObject consoleMessage(const ZVXDevMessageRecord &message, const QString &base)
+{
+    QJsonObject dictionary = ZVXDevDictionaries::message(message, base);
     dictionary.insert(QStringLiteral("read"), message.read);
-    if (message.context.isValid())
+    if (!message.context.isUndefined())
         dictionary.insert(QStringLiteral("context"), message.context);
     return dictionary;
 }
 
-QVariantMap conversation(const ZVXDevConversationSummary &summary, const QString &base)
+QJsonObject conversation(const ZVXDevConversationSummary &summary, const QString &base)
 {
     const ZVXDevUser &user = summary.user;
-    QVariantMap object{{QStringLiteral("id"), user.id},
+    QJsonObject object{{QStringLiteral("id"), user.id},
                        {QStringLiteral("apiKey"), user.apiKey},
                        {QStringLiteral("installationId"), user.installationId},
                        {QStringLiteral("unread"), summary.unreadByAgent},
@@ -58,8 +63,8 @@ QVariantMap conversation(const ZVXDevConversationSummary &summary, const QString
         object.insert(QStringLiteral("userId"), *user.userId);
     if (user.userName)
         object.insert(QStringLiteral("userName"), *user.userName);
-    if (user.extra.isValid())
-        object.insert(QStringLiteral("extra"), user.extra);
+    if (user.extra)
+        object.insert(QStringLiteral("extra"), *user.extra);
     if (summary.lastMessage)
         object.insert(QStringLiteral("lastMessage"), consoleMessage(*summary.lastMessage, base));
     return object;
@@ -79,7 +84,7 @@ void reply(const ZVXDevServices &services, const httplib::Request &req, httplib:
     const std::optional<ZVXDevUser> user = userOf(services, req, res);
     if (!user)
         return;
-    const std::optional<ZVXDevMultipart::Form> form = ZVXDevMultipart::read(req);
+    const std::optional<ZVXDevMultipart::Form> form = ZVXDevHttp::form(req);
     if (!form) {
         replyError(res, 400, QStringLiteral("expected a multipart/form-data body"));
         return;
@@ -90,19 +95,27 @@ void reply(const ZVXDevServices &services, const httplib::Request &req, httplib:
     };
     ZVXDevMessageRecord message;
     message.user = user->id;
-    message.uuid = ZVXModelValues::newUUID();
-    message.sender = QStringLiteral("agent");
+    message.uuid = newUUID();
+    // Agents answer; the system announces (a transfer, the end of a conversation) and is nobody.
+    message.sender = field(QStringLiteral("sender"));
+    if (message.sender.isEmpty())
+        message.sender = QStringLiteral("agent");
+    if (message.sender != QLatin1String("agent") && message.sender != QLatin1String("system")) {
+        replyError(res, 400, QStringLiteral("\"sender\" must be \"agent\" or \"system\""));
+        return;
+    }
     if (const QString written = field(QStringLiteral("text")); !written.isEmpty())
         message.text = written;
     const QString agentName = field(QStringLiteral("agentName"));
-    message.userName = agentName.isEmpty() ? services.options.agentName : agentName;
+    if (message.sender == QLatin1String("agent"))
+        message.userName = agentName.isEmpty() ? services.options.agentName : agentName;
     message.dateMs = QDateTime::currentMSecsSinceEpoch();
 
     QList<ZVXDevConversations::Upload> uploads;
     for (const ZVXDevMultipart::Part &part : form->parts) {
         if (part.name != QLatin1String("file") || part.filename.isEmpty())
             continue;
-        uploads.append({ZVXModelValues::newUUID(), part.content,
+        uploads.append({newUUID(), part.content,
                         part.contentType.isEmpty() ? QStringLiteral("application/octet-stream")
                                                    : part.contentType,
                         part.filename});
@@ -137,7 +150,7 @@ void install(httplib::Server &server, const ZVXDevServices &services)
     server.Get("/console/api/conversations",
                loopbackOnly([&services](const httplib::Request &req, httplib::Response &res) {
                    const QString base = consoleBase(services, req);
-                   QVariantList list;
+                   QJsonArray list;
                    for (const ZVXDevConversationSummary &summary : services.storage.conversations())
                        list.append(conversation(summary, base));
                    replyJSON(res, {{QStringLiteral("conversations"), list}});
@@ -150,7 +163,7 @@ void install(httplib::Server &server, const ZVXDevServices &services)
                    ZVXDevMessageQuery everything;
                    everything.limit = std::numeric_limits<int>::max();
                    const QString base = consoleBase(services, req);
-                   QVariantList list;
+                   QJsonArray list;
                    for (const ZVXDevMessageRecord &message :
                         services.storage.messages(user->id, everything).messages)
                        list.append(consoleMessage(message, base));

@@ -8,7 +8,8 @@ struct ZVXDevServices;
     The agents' side, for clients on this machine: the page "/console"
     (plain HTML and JavaScript) and the calls it makes under
     "/console/api": the conversations, one conversation's messages, a reply
-    with text or files, and marking a conversation read.
+    with text or files (an agent's, or with "sender" "system" the system's),
+    and marking a conversation read.
 */
 namespace ZVXDevConsoleRoutes {
 

@@ -1,47 +1,65 @@
 #include "ZVXDevDictionaries.h"
 
-#include "ZuveroChatMessage.h"
-
-#include <QDateTime>
-#include <QUrl>
+#include <QHash>
+#include <QJsonArray>
 
 namespace ZVXDevDictionaries {
 
-QVariantMap message(const ZVXDevMessageRecord &record, const QString &filesBase)
+namespace {
+
+QJsonObject attachment(const ZVXDevAttachmentRecord &file, const QString &filesBase)
 {
-    ZuveroChatMessage message;
-    message.setUuid(record.uuid);
-    message.setSender(record.sender);
-    message.setDate(QDateTime::fromMSecsSinceEpoch(record.dateMs, Qt::UTC));
-    message.setText(record.text);
-    message.setUserName(record.userName);
-    message.setLocationDictionary(record.location);
-    ZuveroChatAttachmentList attachments;
-    for (const ZVXDevAttachmentRecord &file : record.attachments) {
-        auto attachment = ZuveroChatAttachment::init();
-        attachment->setUuid(file.uuid);
-        attachment->setContentType(file.contentType);
-        attachment->setFilename(file.filename);
-        attachment->setLength(quint64(file.length));
-        if (!file.imageSize.isEmpty())
-            attachment->setImageSize(file.imageSize);
-        attachment->setDataURL(QUrl(filesBase + QStringLiteral("/files/") + file.uuid));
-        if (file.hasPreview)
-            attachment->setPreviewURL(QUrl(filesBase + QStringLiteral("/previews/") + file.uuid));
-        attachments.append(attachment);
-    }
-    message.setAttachments(attachments);
-    return message.propertyList();
+    QJsonObject attachment{
+        {QStringLiteral("uuid"), file.uuid},
+        {QStringLiteral("contentType"), file.contentType},
+        {QStringLiteral("filename"), file.filename},
+        {QStringLiteral("dataURL"), filesBase + QStringLiteral("/files/") + file.uuid},
+    };
+    // Clients take 0 for unknown: an empty file goes without one.
+    if (file.length > 0)
+        attachment.insert(QStringLiteral("length"), file.length);
+    if (file.hasPreview)
+        attachment.insert(QStringLiteral("previewURL"),
+                          filesBase + QStringLiteral("/previews/") + file.uuid);
+    if (!file.imageSize.isEmpty())
+        attachment.insert(QStringLiteral("imageSize"),
+                          QJsonArray{file.imageSize.width(), file.imageSize.height()});
+    return attachment;
 }
 
-QVariantMap pushPayload(const ZVXDevMessageRecord &message, const ZVXDevUser &user,
+} // namespace
+
+QJsonObject message(const ZVXDevMessageRecord &record, const QString &filesBase)
+{
+    QJsonObject message{
+        {QStringLiteral("uuid"), record.uuid},
+        {QStringLiteral("sender"), record.sender},
+        // Whole seconds: clients write dates back so, and page by them.
+        {QStringLiteral("date"), record.dateMs / 1000},
+    };
+    if (record.text)
+        message.insert(QStringLiteral("text"), *record.text);
+    if (record.userName)
+        message.insert(QStringLiteral("userName"), *record.userName);
+    if (record.location)
+        message.insert(QStringLiteral("location"), *record.location);
+    if (!record.attachments.isEmpty()) {
+        QJsonArray attachments;
+        for (const ZVXDevAttachmentRecord &file : record.attachments)
+            attachments.append(attachment(file, filesBase));
+        message.insert(QStringLiteral("attachments"), attachments);
+    }
+    return message;
+}
+
+QJsonObject pushPayload(const ZVXDevMessageRecord &message, const ZVXDevUser &user,
                         const QString &installationId, int badge)
 {
     static const QHash<QString, QString> senderCodes{
         {QStringLiteral("agent"), QStringLiteral("a")},
         {QStringLiteral("user"), QStringLiteral("u")},
         {QStringLiteral("system"), QStringLiteral("s")}};
-    QVariantMap appData{
+    QJsonObject appData{
         {QStringLiteral("zuvero"), QStringLiteral("1.0")},
         {QStringLiteral("t"), QStringLiteral("m")},
         {QStringLiteral("uuid"), message.uuid},

@@ -1,6 +1,9 @@
 #include "ZVXDevFaults.h"
 
+#include "ZVXDevConnections.h"
+
 #include <cmath>
+#include <thread>
 
 namespace {
 
@@ -12,16 +15,15 @@ const QHash<QString, ZVXDevFaults::Kind> Kinds{
     {QStringLiteral("drop"), ZVXDevFaults::Kind::Drop},
 };
 
-bool readInteger(const QVariantMap &object, const char *key, qint64 minimum, qint64 maximum,
+bool readInteger(const QJsonObject &object, const char *key, qint64 minimum, qint64 maximum,
                  qint64 *value, QString *error)
 {
-    const QVariant found = object.value(QLatin1String(key));
-    if (!found.isValid())
+    const QJsonValue found = object.value(QLatin1String(key));
+    if (found.isUndefined())
         return true;
-    const int type = found.metaType().id();
     const double number = found.toDouble();
-    if ((type != QMetaType::Double && type != QMetaType::LongLong && type != QMetaType::Int)
-        || number != std::floor(number) || number < double(minimum) || number > double(maximum)) {
+    if (!found.isDouble() || number != std::floor(number) || number < double(minimum)
+        || number > double(maximum)) {
         *error = QStringLiteral("\"%1\" must be a whole number from %2 to %3")
                      .arg(QLatin1String(key))
                      .arg(minimum)
@@ -34,7 +36,7 @@ bool readInteger(const QVariantMap &object, const char *key, qint64 minimum, qin
 
 } // namespace
 
-std::optional<ZVXDevFaults::Fault> ZVXDevFaults::fromJSON(const QVariantMap &object, QString *error)
+std::optional<ZVXDevFaults::Fault> ZVXDevFaults::fromJSON(const QJsonObject &object, QString *error)
 {
     Fault fault;
     fault.path = object.value(QStringLiteral("path")).toString();
@@ -110,10 +112,10 @@ void ZVXDevFaults::count(const QString &method, const QString &path)
     ++m_counters[method + QLatin1Char(' ') + path];
 }
 
-QVariantMap ZVXDevFaults::counters() const
+QJsonObject ZVXDevFaults::counters() const
 {
     std::lock_guard lock(m_mutex);
-    QVariantMap counters;
+    QJsonObject counters;
     for (auto it = m_counters.cbegin(); it != m_counters.cend(); ++it)
         counters.insert(it.key(), it.value());
     return counters;
@@ -123,4 +125,29 @@ void ZVXDevFaults::resetCounters()
 {
     std::lock_guard lock(m_mutex);
     m_counters.clear();
+}
+
+bool ZVXDevFaults::apply(const Fault &fault, httplib::Response &res)
+{
+    if (fault.delay.count() > 0)
+        std::this_thread::sleep_for(fault.delay);
+    switch (fault.kind) {
+    case Kind::Delay:
+        return false;
+    case Kind::Drop:
+        ZVXDevConnections::dropCurrent();
+        break;
+    case Kind::Status:
+    case Kind::NonJSON:
+    case Kind::Empty:
+        res.status = fault.status;
+        res.set_header(Header, "1");
+        // The request's body may be left unread, so the connection cannot carry another request.
+        res.set_header("Connection", "close");
+        if (!fault.body.isEmpty())
+            res.set_content(fault.body.constData(), size_t(fault.body.size()),
+                            fault.contentType.constData());
+        break;
+    }
+    return true;
 }

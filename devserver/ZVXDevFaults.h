@@ -2,13 +2,15 @@
 
 #include <QByteArray>
 #include <QHash>
+#include <QJsonObject>
 #include <QList>
 #include <QString>
-#include <QVariantMap>
 
 #include <chrono>
 #include <mutex>
 #include <optional>
+
+#include <httplib.h>
 
 /*!
     Faults that tests ask for ("the next 2 requests on /api/1.0/status
@@ -44,7 +46,15 @@ public:
     };
 
     //! The fault described by \a object (as POSTed to /admin/faults), or nothing and \a error.
-    static std::optional<Fault> fromJSON(const QVariantMap &object, QString *error);
+    static std::optional<Fault> fromJSON(const QJsonObject &object, QString *error);
+
+    //! Marks answers made by a fault, which must reach the client exactly as asked.
+    static constexpr const char *Header = "X-Zuvero-Fault";
+    /*!
+        Makes \a res what \a fault asks for, after its delay; false when the
+        request is to be answered as usual (a delay only).
+    */
+    static bool apply(const Fault &fault, httplib::Response &res);
 
     void add(const Fault &fault);
     void clear();
@@ -53,7 +63,7 @@ public:
 
     void count(const QString &method, const QString &path);
     //! "METHOD /path" to the number of requests.
-    QVariantMap counters() const;
+    QJsonObject counters() const;
     void resetCounters();
 
 private:

@@ -1,6 +1,6 @@
 #include "ZVXDevHttp.h"
 
-#include "ZVXJSON.h"
+#include "ZVXDevJSON.h"
 
 #include <QHostAddress>
 #include <QRegularExpression>
@@ -8,56 +8,85 @@
 
 namespace ZVXDevHttp {
 
-void replyJSON(httplib::Response &res, const QVariantMap &object, int status)
+namespace {
+
+constexpr const char *RawFormContentType = "X-Zuvero-Form-Content-Type";
+
+} // namespace
+
+void replyJSON(httplib::Response &res, const QJsonObject &object, int status)
 {
     res.status = status;
-    const QByteArray json = ZVXJSON::serialize(object).value_or(QByteArrayLiteral("{}"));
+    const QByteArray json = ZVXDevJSON::text(object);
     res.set_content(json.constData(), size_t(json.size()), "application/json; charset=utf-8");
 }
 
 void replyError(httplib::Response &res, int status, const QString &error,
                 const QString &localizedError)
 {
-    QVariantMap object{{QStringLiteral("error"), error}};
+    QJsonObject object{{QStringLiteral("error"), error}};
     if (!localizedError.isEmpty())
         object.insert(QStringLiteral("localizedError"), localizedError);
     replyJSON(res, object, status);
 }
 
-std::optional<QVariantMap> parseObject(const QByteArray &body, httplib::Response &res)
+std::optional<QJsonObject> parseObject(const QByteArray &body, httplib::Response &res)
 {
     if (qsizetype(body.size()) > MaxJSONBody) {
         replyError(res, 413, QStringLiteral("JSON body larger than %1 bytes").arg(MaxJSONBody));
         return std::nullopt;
     }
-    ZuveroError error;
-    const std::optional<QVariant> value = ZVXJSON::parse(body, &error);
+    QString error;
+    const std::optional<QJsonValue> value = ZVXDevJSON::parse(body, &error);
     if (!value) {
-        replyError(res, 400,
-                   QStringLiteral("malformed JSON: %1").arg(error.localizedDescription()));
+        replyError(res, 400, QStringLiteral("malformed JSON: %1").arg(error));
         return std::nullopt;
     }
-    if (value->metaType().id() != QMetaType::QVariantMap) {
+    if (!value->isObject()) {
         replyError(res, 400, QStringLiteral("the JSON body must be an object"));
         return std::nullopt;
     }
-    return value->toMap();
+    return value->toObject();
 }
 
-std::optional<QVariantMap> jsonBody(const httplib::Request &req, httplib::Response &res)
+std::optional<QJsonObject> jsonBody(const httplib::Request &req, httplib::Response &res)
 {
     return parseObject(QByteArray(req.body.data(), qsizetype(req.body.size())), res);
 }
 
-bool readText(const QVariantMap &object, const QString &key, std::optional<QString> *value,
+void takeRawForm(const httplib::Request &req)
+{
+    const std::string type = req.get_header_value("Content-Type");
+    if (type.rfind("multipart/form-data", 0) != 0)
+        return;
+    // Only the headers change, before the body is read; the request is not really const.
+    auto &headers = const_cast<httplib::Request &>(req).headers;
+    headers.erase("Content-Type");
+    headers.emplace("Content-Type", "application/octet-stream");
+    headers.emplace(RawFormContentType, type);
+}
+
+std::optional<ZVXDevMultipart::Form> form(const httplib::Request &req)
+{
+    if (!req.has_header(RawFormContentType))
+        return std::nullopt;
+    const QByteArray type = QByteArray::fromStdString(req.get_header_value(RawFormContentType));
+    const std::optional<QByteArray> boundary = ZVXDevMultipart::boundary(type);
+    if (!boundary)
+        return std::nullopt;
+    return ZVXDevMultipart::parse(QByteArray(req.body.data(), qsizetype(req.body.size())),
+                                  *boundary);
+}
+
+bool readText(const QJsonObject &object, const QString &key, std::optional<QString> *value,
               httplib::Response &res, qsizetype maxLength)
 {
-    const QVariant found = object.value(key);
-    if (!found.isValid() || found.metaType().id() == QMetaType::Nullptr) {
+    const QJsonValue found = object.value(key);
+    if (found.isUndefined() || found.isNull()) {
         *value = std::nullopt;
         return true;
     }
-    if (found.metaType().id() != QMetaType::QString) {
+    if (!found.isString()) {
         replyError(res, 400, QStringLiteral("\"%1\" must be text").arg(key));
         return false;
     }

@@ -1,8 +1,9 @@
 #include "ZVXDevMessageUpload.h"
 
 #include "ZVXDevHttp.h"
-#include "ZVXDevMultipart.h"
+#include "ZVXDevJSON.h"
 
+#include <QJsonArray>
 #include <QSet>
 
 using ZVXDevHttp::replyError;
@@ -11,32 +12,26 @@ namespace ZVXDevMessageUpload {
 
 namespace {
 
-bool isA(const QVariant &value, QMetaType::Type type)
-{
-    return value.metaType().id() == type;
-}
-
 // The attachments listed in the message, each with its file part.
-bool readFiles(const ZVXDevMultipart::Form &form, const QVariant &listed,
+bool readFiles(const ZVXDevMultipart::Form &form, const QJsonValue &listed,
                QList<ZVXDevConversations::Upload> *files, httplib::Response &res)
 {
-    if (!listed.isValid())
+    if (listed.isUndefined())
         return true;
-    if (!isA(listed, QMetaType::QVariantList)) {
+    if (!listed.isArray()) {
         replyError(res, 400, QStringLiteral("\"attachments\" must be an array"));
         return false;
     }
-    const QVariantList list = listed.toList();
+    const QJsonArray list = listed.toArray();
     if (list.size() > MaxAttachments) {
         replyError(res, 400, QStringLiteral("more than %1 attachments").arg(MaxAttachments));
         return false;
     }
     QSet<QString> seen;
-    for (const QVariant &entry : list) {
-        const QVariantMap object = entry.toMap();
+    for (const QJsonValue entry : list) {
+        const QJsonObject object = entry.toObject();
         const QString uuid = object.value(QStringLiteral("uuid")).toString();
-        if (!isA(entry, QMetaType::QVariantMap) || !ZVXDevHttp::isIdentifier(uuid)
-            || seen.contains(uuid)) {
+        if (!entry.isObject() || !ZVXDevHttp::isIdentifier(uuid) || seen.contains(uuid)) {
             replyError(res, 400,
                        QStringLiteral("each attachment must be an object with its own \"uuid\" "
                                       "of letters, digits, '.', '_' or '-'"));
@@ -64,9 +59,8 @@ bool readFiles(const ZVXDevMultipart::Form &form, const QVariant &listed,
 
 } // namespace
 
-std::optional<Upload> read(const httplib::Request &req, httplib::Response &res)
+std::optional<Upload> read(const std::optional<ZVXDevMultipart::Form> &form, httplib::Response &res)
 {
-    const std::optional<ZVXDevMultipart::Form> form = ZVXDevMultipart::read(req);
     const ZVXDevMultipart::Part *json = form ? form->part(QStringLiteral("message")) : nullptr;
     if (!json) {
         replyError(res, 400,
@@ -74,14 +68,14 @@ std::optional<Upload> read(const httplib::Request &req, httplib::Response &res)
                                   "\"message\""));
         return std::nullopt;
     }
-    const std::optional<QVariantMap> object = ZVXDevHttp::parseObject(json->content, res);
+    const std::optional<QJsonObject> object = ZVXDevHttp::parseObject(json->content, res);
     if (!object)
         return std::nullopt;
 
     Upload upload;
     ZVXDevMessageRecord &message = upload.message;
     message.uuid = object->value(QStringLiteral("uuid")).toString();
-    if (!isA(object->value(QStringLiteral("uuid")), QMetaType::QString)
+    if (!object->value(QStringLiteral("uuid")).isString()
         || !ZVXDevHttp::isIdentifier(message.uuid)) {
         replyError(res, 400,
                    QStringLiteral("\"uuid\" must be text of letters, digits, '.', '_' or '-'"));
@@ -97,19 +91,30 @@ std::optional<Upload> read(const httplib::Request &req, httplib::Response &res)
     message.sender = QStringLiteral("user");
     if (!ZVXDevHttp::readText(*object, QStringLiteral("text"), &message.text, res, MaxTextLength))
         return std::nullopt;
-    QVariant location = object->value(QStringLiteral("location"));
-    if (isA(location, QMetaType::Nullptr))
-        location = QVariant();
-    if (location.isValid() && !isA(location, QMetaType::QVariantMap)) {
+    const QJsonValue location = object->value(QStringLiteral("location"));
+    if (!location.isUndefined() && !location.isNull() && !location.isObject()) {
         replyError(res, 400, QStringLiteral("\"location\" must be an object"));
         return std::nullopt;
     }
-    if (location.isValid())
-        message.location = location.toMap();
+    if (location.isObject())
+        message.location = location.toObject();
     message.context = object->value(QStringLiteral("context"));
     if (!readFiles(*form, object->value(QStringLiteral("attachments")), &upload.files, res))
         return std::nullopt;
     return upload;
+}
+
+std::optional<QString> namedUUID(const std::optional<ZVXDevMultipart::Form> &form)
+{
+    const ZVXDevMultipart::Part *json = form ? form->part(QStringLiteral("message")) : nullptr;
+    if (!json || json->content.size() > ZVXDevHttp::MaxJSONBody)
+        return std::nullopt;
+    const QJsonValue uuid = ZVXDevJSON::parseObject(json->content)
+                                .value_or(QJsonObject())
+                                .value(QStringLiteral("uuid"));
+    if (!uuid.isString())
+        return std::nullopt;
+    return uuid.toString();
 }
 
 } // namespace ZVXDevMessageUpload

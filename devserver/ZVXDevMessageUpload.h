@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ZVXDevConversations.h"
+#include "ZVXDevMultipart.h"
 
 #include <httplib.h>
 
@@ -21,7 +22,11 @@ struct Upload
 inline constexpr int MaxAttachments = 20;
 inline constexpr int MaxTextLength = 100000;
 
-//! The message in \a req, or nothing after replying 400.
-std::optional<Upload> read(const httplib::Request &req, httplib::Response &res);
+//! The message in \a form (the request's body), or nothing after replying 400.
+std::optional<Upload> read(const std::optional<ZVXDevMultipart::Form> &form,
+                           httplib::Response &res);
+
+//! The uuid the form's "message" part names, whether or not the rest of it is usable.
+std::optional<QString> namedUUID(const std::optional<ZVXDevMultipart::Form> &form);
 
 } // namespace ZVXDevMessageUpload

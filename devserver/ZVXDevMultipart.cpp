@@ -4,8 +4,6 @@ namespace ZVXDevMultipart {
 
 namespace {
 
-constexpr const char *RawContentType = "X-Zuvero-Form-Content-Type";
-
 // The value of parameter \a name in a header such as `form-data; name="a"; filename="b"`.
 std::optional<QByteArray> parameter(const QByteArray &header, const QByteArray &name)
 {
@@ -78,9 +76,14 @@ const Part *Form::part(const QString &name) const
     return nullptr;
 }
 
+std::optional<QByteArray> boundary(const QByteArray &contentType)
+{
+    return parameter(contentType, "boundary");
+}
+
 std::optional<Form> parse(const QByteArray &body, const QByteArray &boundary)
 {
-    if (boundary.isEmpty() || boundary.size() > 70)
+    if (boundary.isEmpty() || boundary.size() > MaxBoundaryLength)
         return std::nullopt;
     const QByteArray delimiter = "--" + boundary;
     const QByteArray separator = "\r\n" + delimiter;
@@ -100,42 +103,31 @@ std::optional<Form> parse(const QByteArray &body, const QByteArray &boundary)
         if (body.mid(position, 2) != "\r\n" || form.parts.size() == MaxParts)
             return std::nullopt;
         position += 2;
-        // Every part has headers: at least the Content-Disposition naming it.
-        const qsizetype headersEnd = body.indexOf("\r\n\r\n", position);
-        if (headersEnd <= position)
+        // Content never holds the separator, so the next one ends this part, headers included.
+        const qsizetype end = body.indexOf(separator, position);
+        if (end < 0)
             return std::nullopt;
+        const qsizetype blank = body.indexOf("\r\n\r\n", position);
+        qsizetype headersEnd = 0, contentStart = 0;
+        if (blank >= 0 && blank + 4 <= end) {
+            headersEnd = blank;
+            contentStart = blank + 4;
+        } else if (blank >= position && blank == end - 2) {
+            // The last header line's break is the separator's: a part with no content at all.
+            headersEnd = end;
+            contentStart = end;
+        } else {
+            return std::nullopt;
+        }
         Part part;
+        // Every part has headers: at least the Content-Disposition naming it.
         if (!readHeaders(body.mid(position, headersEnd - position), &part))
             return std::nullopt;
-        const qsizetype contentStart = headersEnd + 4;
-        const qsizetype contentEnd = body.indexOf(separator, contentStart);
-        if (contentEnd < 0)
-            return std::nullopt;
-        part.content = body.mid(contentStart, contentEnd - contentStart);
+        part.offset = contentStart;
+        part.content = body.mid(contentStart, end - contentStart);
         form.parts.append(part);
-        position = contentEnd + separator.size();
+        position = end + separator.size();
     }
-}
-
-void takeRaw(const httplib::Request &req)
-{
-    const std::string type = req.get_header_value("Content-Type");
-    if (type.rfind("multipart/form-data", 0) != 0)
-        return;
-    // Only the headers change, before the body is read; the request is not really const.
-    auto &headers = const_cast<httplib::Request &>(req).headers;
-    headers.erase("Content-Type");
-    headers.emplace("Content-Type", "application/octet-stream");
-    headers.emplace(RawContentType, type);
-}
-
-std::optional<Form> read(const httplib::Request &req)
-{
-    if (!req.has_header(RawContentType))
-        return std::nullopt;
-    const QByteArray type = QByteArray::fromStdString(req.get_header_value(RawContentType));
-    return parse(QByteArray(req.body.data(), qsizetype(req.body.size())),
-                 parameter(type, "boundary").value_or(QByteArray()));
 }
 
 } // namespace ZVXDevMultipart

@@ -6,15 +6,10 @@
 
 #include <optional>
 
-#include <httplib.h>
-
 /*
-    multipart/form-data bodies (RFC 7578 over RFC 2046).
-
-    cpp-httplib 0.11 parses these itself, but refuses a body whose closing
-    delimiter ("--boundary--") is not followed by a line break, which RFC
-    2046 allows and which our own client sends. So the server takes such
-    bodies raw (see takeRaw()) and reads them here.
+    multipart/form-data bodies (RFC 7578 over RFC 2046), read on their own:
+    a message upload is one JSON part named "message" and one part per
+    file, and the console's replies are forms of text and files.
 */
 namespace ZVXDevMultipart {
 
@@ -24,6 +19,8 @@ struct Part
     QString filename;
     QString contentType;
     QByteArray content;
+    //! Where the content starts in the body.
+    qsizetype offset = 0;
 };
 
 class Form
@@ -35,17 +32,13 @@ public:
 };
 
 inline constexpr int MaxParts = 100;
+//! RFC 2046 allows no longer boundary.
+inline constexpr int MaxBoundaryLength = 70;
+
+//! The boundary parameter of a Content-Type such as `multipart/form-data; boundary=X`.
+std::optional<QByteArray> boundary(const QByteArray &contentType);
 
 //! The parts of \a body, or nothing when it is not a well-formed form with \a boundary.
 std::optional<Form> parse(const QByteArray &body, const QByteArray &boundary);
-
-/*!
-    Called before the body of \a req is read: a multipart request is marked
-    so that the server library hands its body over unparsed.
-*/
-void takeRaw(const httplib::Request &req);
-
-//! The form in \a req (marked by takeRaw()), or nothing when it is not a well-formed form.
-std::optional<Form> read(const httplib::Request &req);
 
 } // namespace ZVXDevMultipart

@@ -1,6 +1,6 @@
 #include "ZVXDevOptions.h"
 
-#include "ZuveroData.h"
+#include "ZVXDevTokens.h"
 
 #include <QCommandLineParser>
 #include <QHostAddress>
@@ -82,7 +82,11 @@ std::optional<ZVXDevOptions> ZVXDevOptions::parse(const QStringList &arguments, 
            QStringLiteral("Milliseconds before the bot answers (default 1500)."),
            QStringLiteral("ms"));
     option(QStringLiteral("admin"),
-           QStringLiteral("Offer fault injection and request counters to loopback clients."));
+           QStringLiteral("Offer fault injection, request counters and upload receipts to "
+                          "loopback clients."));
+    option(QStringLiteral("max-receipts"),
+           QStringLiteral("Message uuids the upload receipts remember (default 100000)."),
+           QStringLiteral("count"));
     option(QStringLiteral("max-upload-mb"),
            QStringLiteral("Largest request body in MiB (default 32)."), QStringLiteral("mib"));
     option(QStringLiteral("threads"), QStringLiteral("Connections served at once (default 32)."),
@@ -128,9 +132,9 @@ std::optional<ZVXDevOptions> ZVXDevOptions::parse(const QStringList &arguments, 
             *error = QStringLiteral("--api-secret must be an even number of hexadecimal digits");
             return std::nullopt;
         }
-        options.apiSecret = ZuveroDataWithHexString(hex);
+        options.apiSecret = QByteArray::fromHex(hex.toLatin1());
         // The key a client derives from the same secret.
-        options.apiKey = ZuveroHexStringFromData(ZuveroSHA256(options.apiSecret));
+        options.apiKey = ZVXDevTokens::apiKeyForSecret(*options.apiSecret);
     }
     if (parser.isSet(QStringLiteral("api-key"))) {
         options.apiKey = parser.value(QStringLiteral("api-key"));
@@ -160,7 +164,9 @@ std::optional<ZVXDevOptions> ZVXDevOptions::parse(const QStringList &arguments, 
                        &options.pollingInterval, error)
         || !readNumber(parser, QStringLiteral("bot-delay"), 0, 600000, &botDelay, error)
         || !readNumber(parser, QStringLiteral("max-upload-mb"), 1, 1024, &uploadMiB, error)
-        || !readNumber(parser, QStringLiteral("threads"), 4, 512, &options.threads, error))
+        || !readNumber(parser, QStringLiteral("threads"), 4, 512, &options.threads, error)
+        || !readNumber(parser, QStringLiteral("max-receipts"), 1, 10000000, &options.maxReceipts,
+                       error))
         return std::nullopt;
     options.port = quint16(port);
     options.botDelay = std::chrono::milliseconds(botDelay);

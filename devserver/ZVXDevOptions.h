@@ -32,6 +32,8 @@ struct ZVXDevOptions
     std::chrono::milliseconds botDelay{1500};
 
     bool admin = false;
+    //! Message uuids GET /admin/receipts remembers; more only add to a count.
+    int maxReceipts = 100000;
     qint64 maxUploadBytes = 32 * 1024 * 1024;
     int threads = 32;
     //! Only for measuring what Nagle's algorithm costs.

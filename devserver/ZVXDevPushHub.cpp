@@ -17,7 +17,7 @@ void ZVXDevPushHub::unsubscribe(const SubscriptionPtr &subscription)
 }
 
 void ZVXDevPushHub::publish(qint64 user,
-                            const std::function<QVariantMap(const QString &)> &payloadFor)
+                            const std::function<QJsonObject(const QString &)> &payloadFor)
 {
     {
         std::lock_guard lock(m_mutex);
@@ -29,7 +29,7 @@ void ZVXDevPushHub::publish(qint64 user,
     m_changed.notify_all();
 }
 
-ZVXDevPushHub::Wait ZVXDevPushHub::next(Subscription &subscription, QVariantMap *payload,
+ZVXDevPushHub::Wait ZVXDevPushHub::next(Subscription &subscription, QJsonObject *payload,
                                         std::chrono::milliseconds timeout)
 {
     std::unique_lock lock(m_mutex);

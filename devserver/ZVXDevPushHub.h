@@ -1,8 +1,8 @@
 #pragma once
 
 #include <QByteArray>
+#include <QJsonObject>
 #include <QString>
-#include <QVariantMap>
 
 #include <chrono>
 #include <condition_variable>
@@ -24,7 +24,7 @@ public:
     {
         qint64 user = 0;
         QString installationId;
-        std::deque<QVariantMap> pending;
+        std::deque<QJsonObject> pending;
     };
     using SubscriptionPtr = std::shared_ptr<Subscription>;
 
@@ -32,14 +32,14 @@ public:
     void unsubscribe(const SubscriptionPtr &subscription);
 
     //! Queues \a payloadFor(installationId) on every stream of \a user.
-    void publish(qint64 user, const std::function<QVariantMap(const QString &)> &payloadFor);
+    void publish(qint64 user, const std::function<QJsonObject(const QString &)> &payloadFor);
 
     enum class Wait { Payload, Idle, Stopped };
     /*!
         The next payload of \a subscription, waiting up to \a timeout for one
         (Idle when none came); Stopped once the hub stops.
     */
-    Wait next(Subscription &subscription, QVariantMap *payload, std::chrono::milliseconds timeout);
+    Wait next(Subscription &subscription, QJsonObject *payload, std::chrono::milliseconds timeout);
 
     //! Ends every wait, for shutting down.
     void stop();

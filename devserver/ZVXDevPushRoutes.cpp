@@ -1,9 +1,9 @@
 #include "ZVXDevPushRoutes.h"
 
+#include "ZVXDevJSON.h"
 #include "ZVXDevPushHub.h"
 #include "ZVXDevServices.h"
 #include "ZVXDevStorage.h"
-#include "ZVXJSON.h"
 
 namespace ZVXDevPushRoutes {
 
@@ -16,12 +16,13 @@ bool write(httplib::DataSink &sink, const QByteArray &text)
     return sink.write(text.constData(), size_t(text.size()));
 }
 
-QByteArray event(const QVariantMap &payload)
+QByteArray event(const QJsonObject &payload)
 {
-    const QString uuid
-        = payload.value(QStringLiteral("appdata")).toMap().value(QStringLiteral("uuid")).toString();
-    return "id: " + uuid.toUtf8() + "\ndata: " + ZVXJSON::serialize(payload).value_or("{}")
-        + "\n\n";
+    const QString uuid = payload.value(QStringLiteral("appdata"))
+                             .toObject()
+                             .value(QStringLiteral("uuid"))
+                             .toString();
+    return "id: " + uuid.toUtf8() + "\ndata: " + ZVXDevJSON::text(payload) + "\n\n";
 }
 
 void stream(const ZVXDevServices &services, httplib::Response &res, const ZVXDevIdentity &identity)
@@ -41,7 +42,7 @@ void stream(const ZVXDevServices &services, httplib::Response &res, const ZVXDev
                   connected = true;
                   return write(sink, ": connected\n\n");
               }
-              QVariantMap payload;
+              QJsonObject payload;
               switch (hub.next(*subscription, &payload, KeepAliveInterval)) {
               case ZVXDevPushHub::Wait::Payload:
                   return write(sink, event(payload));

@@ -1,9 +1,10 @@
 #pragma once
 
+#include <QJsonObject>
+#include <QJsonValue>
 #include <QList>
 #include <QSize>
 #include <QString>
-#include <QVariant>
 
 #include <optional>
 
@@ -22,7 +23,7 @@ struct ZVXDevIdentity
     QString installationId;
     std::optional<QString> userName;
     //! The host's "extra" claims, when they are an object.
-    QVariant extra;
+    std::optional<QJsonObject> extra;
 };
 
 //! A user as stored: the identity last seen, with the name and extra claims it brought.
@@ -63,9 +64,9 @@ struct ZVXDevMessageRecord
     QString sender;
     std::optional<QString> text;
     std::optional<QString> userName;
-    std::optional<QVariantMap> location;
-    //! What the host attached to the message for the agents ("context"); invalid when none.
-    QVariant context;
+    std::optional<QJsonObject> location;
+    //! What the host attached to the message for the agents ("context"); undefined when none.
+    QJsonValue context{QJsonValue::Undefined};
     qint64 dateMs = 0;
     //! Seen by the other side: the user for agent messages, an agent for user messages.
     bool read = false;

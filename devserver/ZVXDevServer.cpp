@@ -8,7 +8,6 @@
 #include "ZVXDevFaults.h"
 #include "ZVXDevFileRoutes.h"
 #include "ZVXDevLog.h"
-#include "ZVXDevMultipart.h"
 #include "ZVXDevOptions.h"
 #include "ZVXDevPushHub.h"
 #include "ZVXDevPushRoutes.h"
@@ -23,35 +22,6 @@ using ZVXDevHttp::text;
 namespace {
 
 thread_local std::chrono::steady_clock::time_point requestStart;
-
-// Marks answers made by a fault, which must reach the client exactly as asked.
-constexpr const char *FaultHeader = "X-Zuvero-Fault";
-
-httplib::Server::HandlerResponse applyFault(const ZVXDevFaults::Fault &fault,
-                                            httplib::Response &res)
-{
-    if (fault.delay.count() > 0)
-        std::this_thread::sleep_for(fault.delay);
-    switch (fault.kind) {
-    case ZVXDevFaults::Kind::Delay:
-        return httplib::Server::HandlerResponse::Unhandled;
-    case ZVXDevFaults::Kind::Drop:
-        ZVXDevConnections::dropCurrent();
-        break;
-    case ZVXDevFaults::Kind::Status:
-    case ZVXDevFaults::Kind::NonJSON:
-    case ZVXDevFaults::Kind::Empty:
-        res.status = fault.status;
-        res.set_header(FaultHeader, "1");
-        // The request's body is left unread, so the connection cannot carry another request.
-        res.set_header("Connection", "close");
-        if (!fault.body.isEmpty())
-            res.set_content(fault.body.constData(), size_t(fault.body.size()),
-                            fault.contentType.constData());
-        break;
-    }
-    return httplib::Server::HandlerResponse::Handled;
-}
 
 QString statusReason(int status)
 {
@@ -104,23 +74,27 @@ ZVXDevServer::~ZVXDevServer()
 void ZVXDevServer::installHooks()
 {
     ZVXDevFaults &faults = m_services.faults;
-    m_server->set_pre_routing_handler(
-        [&faults](const httplib::Request &req, httplib::Response &res) {
-            requestStart = std::chrono::steady_clock::now();
-            ZVXDevMultipart::takeRaw(req);
-            const QString method = text(req.method);
-            const QString path = text(req.path);
-            if (path.startsWith(QLatin1String("/admin/")))
-                return httplib::Server::HandlerResponse::Unhandled;
-            faults.count(method, path);
-            if (const std::optional<ZVXDevFaults::Fault> fault = faults.take(method, path))
-                return applyFault(*fault, res);
+    m_server->set_pre_routing_handler([&faults](const httplib::Request &req,
+                                                httplib::Response &res) {
+        requestStart = std::chrono::steady_clock::now();
+        ZVXDevHttp::takeRawForm(req);
+        const QString method = text(req.method);
+        const QString path = text(req.path);
+        if (path.startsWith(QLatin1String("/admin/")))
             return httplib::Server::HandlerResponse::Unhandled;
-        });
+        faults.count(method, path);
+        // The body is not read yet: routes that look into it first apply their faults later.
+        if (ZVXDevApiRoutes::appliesFaultsItself(method, path))
+            return httplib::Server::HandlerResponse::Unhandled;
+        if (const std::optional<ZVXDevFaults::Fault> fault = faults.take(method, path))
+            return ZVXDevFaults::apply(*fault, res) ? httplib::Server::HandlerResponse::Handled
+                                                    : httplib::Server::HandlerResponse::Unhandled;
+        return httplib::Server::HandlerResponse::Unhandled;
+    });
     // Errors found by the library itself (no route, a body too large, a malformed
     // request) come without a body: give them the JSON form clients read.
     m_server->set_error_handler([](const httplib::Request &, httplib::Response &res) {
-        if (!res.body.empty() || res.has_header(FaultHeader))
+        if (!res.body.empty() || res.has_header(ZVXDevFaults::Header))
             return;
         ZVXDevHttp::replyError(
             res, res.status, statusReason(res.status),

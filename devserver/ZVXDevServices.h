@@ -7,6 +7,7 @@ class ZVXDevConversations;
 class ZVXDevFaults;
 class ZVXDevFiles;
 class ZVXDevPushHub;
+class ZVXDevReceipts;
 class ZVXDevStorage;
 struct ZVXDevOptions;
 
@@ -20,6 +21,8 @@ struct ZVXDevServices
     ZVXDevConversations &conversations;
     ZVXDevPushHub &push;
     ZVXDevFaults &faults;
+    //! Kept only with --admin.
+    ZVXDevReceipts &receipts;
     //! "https://address:port" for requests that name no host; set once the port is known.
     QString origin;
 

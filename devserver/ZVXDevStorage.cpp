@@ -1,6 +1,6 @@
 #include "ZVXDevStorage.h"
 
-#include "ZVXJSON.h"
+#include "ZVXDevJSON.h"
 
 #include <QDateTime>
 #include <QFile>
@@ -83,22 +83,8 @@ qint64 now()
     return QDateTime::currentMSecsSinceEpoch();
 }
 
-// Any JSON value, stored as the only element of an array (the writer wants a container).
-std::optional<QString> jsonText(const QVariant &value)
-{
-    if (!value.isValid())
-        return std::nullopt;
-    const std::optional<QByteArray> json = ZVXJSON::serialize(QVariantList{value});
-    return json ? std::optional<QString>(QString::fromUtf8(*json)) : std::nullopt;
-}
-
-QVariant jsonValue(const std::optional<QString> &text)
-{
-    if (!text)
-        return {};
-    const QVariantList list = ZVXJSON::parse(text->toUtf8()).value_or(QVariant()).toList();
-    return list.isEmpty() ? QVariant() : list.first();
-}
+using ZVXDevJSON::valueFromText;
+using ZVXDevJSON::valueText;
 
 } // namespace
 
@@ -256,7 +242,8 @@ ZVXDevUser readUser(const S &statement, int first = 0)
     user.userId = statement.text(first + 2);
     user.installationId = statement.string(first + 3);
     user.userName = statement.text(first + 4);
-    user.extra = jsonValue(statement.text(first + 5));
+    if (const QJsonValue extra = valueFromText(statement.text(first + 5)); extra.isObject())
+        user.extra = extra.toObject();
     return user;
 }
 
@@ -295,7 +282,9 @@ ZVXDevUser ZVXDevStorage::userFor(const ZVXDevIdentity &identity)
         + UserColumns;
     Statement upsert(m_db, sql.constData());
     upsert.bind(identity.apiKey, identityKey(identity), identity.userId, identity.installationId,
-                identity.userName, jsonText(identity.extra), now());
+                identity.userName,
+                valueText(identity.extra ? QJsonValue(*identity.extra) : QJsonValue::Undefined),
+                now());
     if (!upsert.next())
         fail(m_db, "user");
     const ZVXDevUser user = readUser(upsert);
@@ -376,8 +365,8 @@ ZVXDevStorage::Insert ZVXDevStorage::insertMessage(const ZVXDevMessageRecord &me
                      " context, date_ms, read) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
     insert
         .bind(message.uuid, message.user, message.sender, message.text, message.userName,
-              jsonText(message.location ? QVariant(*message.location) : QVariant()),
-              jsonText(message.context), message.dateMs, message.read)
+              valueText(message.location ? QJsonValue(*message.location) : QJsonValue::Undefined),
+              valueText(message.context), message.dateMs, message.read)
         .run();
     const qint64 messageId = sqlite3_last_insert_rowid(m_db);
     Statement insertAttachment(m_db,
@@ -408,10 +397,9 @@ QList<ZVXDevMessageRecord> ZVXDevStorage::readMessages(Statement &statement)
         message.sender = statement.string(3);
         message.text = statement.text(4);
         message.userName = statement.text(5);
-        const QVariant location = jsonValue(statement.text(6));
-        if (location.metaType().id() == QMetaType::QVariantMap)
-            message.location = location.toMap();
-        message.context = jsonValue(statement.text(7));
+        if (const QJsonValue location = valueFromText(statement.text(6)); location.isObject())
+            message.location = location.toObject();
+        message.context = valueFromText(statement.text(7));
         message.dateMs = statement.integer(8);
         message.read = statement.integer(9) != 0;
         messages.append(message);

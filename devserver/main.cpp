@@ -9,6 +9,7 @@
 #include "ZVXDevLog.h"
 #include "ZVXDevOptions.h"
 #include "ZVXDevPushHub.h"
+#include "ZVXDevReceipts.h"
 #include "ZVXDevServer.h"
 #include "ZVXDevStorage.h"
 #include "ZVXDevTiles.h"
@@ -95,11 +96,20 @@ int main(int argc, char *argv[])
     ZVXDevAuth auth(*options);
     ZVXDevPushHub push;
     ZVXDevFaults faults;
+    ZVXDevReceipts receipts(options->maxReceipts);
     ZVXDevConversations conversations(storage, files, push);
     std::unique_ptr<ZVXDevBot> bot;
     if (options->bot)
         bot = std::make_unique<ZVXDevBot>(conversations, options->agentName, options->botDelay);
-    ZVXDevServices services{*options, auth, storage, files, conversations, push, faults, {}};
+    ZVXDevServices services{.options = *options,
+                            .auth = auth,
+                            .storage = storage,
+                            .files = files,
+                            .conversations = conversations,
+                            .push = push,
+                            .faults = faults,
+                            .receipts = receipts,
+                            .origin = {}};
     ZVXDevServer server(services, certificates);
     const int port = server.start(&error);
     if (!port)

@@ -155,6 +155,46 @@ ZVXDevReply ZVXDevClient::agentReply(qint64 id, const QString &text)
                 "multipart/form-data; boundary=B");
 }
 
+ZVXDevPushStream::ZVXDevPushStream(ZVXDevClient &client)
+    : m_reply(client.manager().get(client.request(u"/api/1.0/push"_s)))
+{
+    QObject::connect(m_reply, &QIODevice::readyRead, m_reply,
+                     [this] { m_received += m_reply->readAll(); });
+}
+
+ZVXDevPushStream::~ZVXDevPushStream()
+{
+    m_reply->abort();
+    m_reply->deleteLater();
+}
+
+int ZVXDevPushStream::status() const
+{
+    return m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+}
+
+QList<QPair<QString, QVariantMap>> ZVXDevPushStream::events() const
+{
+    QList<QPair<QString, QVariantMap>> events;
+    for (const QByteArray &block : m_received.split('\n')) {
+        if (block.startsWith("id: "))
+            events.append({QString::fromUtf8(block.mid(4)), {}});
+        else if (block.startsWith("data: ") && !events.isEmpty())
+            events.last().second = ZVXJSON::parse(block.mid(6)).value_or(QVariant()).toMap();
+    }
+    return events;
+}
+
+QList<QByteArray> ZVXDevPushStream::eventData() const
+{
+    QList<QByteArray> data;
+    for (const QByteArray &line : m_received.split('\n')) {
+        if (line.startsWith("data: "))
+            data.append(line.mid(6));
+    }
+    return data;
+}
+
 QString ZVXDevSign(const QVariantMap &claims, const QByteArray &secret, const QString &algorithm)
 {
     auto jwt = ZVXJWT::initWithPayload(claims);

@@ -93,6 +93,26 @@ private:
     QNetworkAccessManager m_manager;
 };
 
+//! The push stream of one device, read as it arrives.
+class ZVXDevPushStream
+{
+public:
+    explicit ZVXDevPushStream(ZVXDevClient &client);
+    ~ZVXDevPushStream();
+
+    bool connected() const { return m_received.contains(": connected\n\n"); }
+    int status() const;
+    QNetworkReply *reply() const { return m_reply; }
+    //! The payloads of the events received so far, with their ids.
+    QList<QPair<QString, QVariantMap>> events() const;
+    //! The same payloads as the JSON text that came.
+    QList<QByteArray> eventData() const;
+
+private:
+    QNetworkReply *m_reply;
+    QByteArray m_received;
+};
+
 //! A token signed with \a secret (HS256 unless \a algorithm says otherwise).
 QString ZVXDevSign(const QVariantMap &claims, const QByteArray &secret,
                    const QString &algorithm = QStringLiteral("HS256"));

@@ -47,6 +47,7 @@ private Q_SLOTS:
     void badInputIsRefused_data();
     void badInputIsRefused();
     void curlSpeaksToo();
+    void systemMessagesFromTheConsole();
     void restartKeepsData();
 
 private:
@@ -455,6 +456,35 @@ void TestDevServerAPI::curlSpeaksToo()
     untrusting.start(u"curl"_s, {u"--silent"_s, api + u"/status"_s});
     QVERIFY(untrusting.waitForFinished(60000));
     QCOMPARE(untrusting.exitCode(), 60);
+}
+
+void TestDevServerAPI::systemMessagesFromTheConsole()
+{
+    auto user = newUser();
+    const QString installation = m_lastInstallation;
+    QCOMPARE(user->send({{u"uuid"_s, newUUID()}, {u"text"_s, u"Hello?"_s}}).status, 200);
+    const qint64 id = user->conversationId(u"installationId"_s, installation);
+    const auto post = [&](const QByteArray &sender) {
+        const QByteArray body = "--B\r\nContent-Disposition: form-data; name=\"sender\"\r\n\r\n"
+            + sender
+            + "\r\n--B\r\nContent-Disposition: form-data; name=\"text\"\r\n\r\nPassed on to "
+              "billing.\r\n--B--\r\n";
+        return user->post(u"/console/api/conversations/%1/messages"_s.arg(id), body,
+                          "multipart/form-data; boundary=B");
+    };
+    QCOMPARE(post("system").status, 200);
+    // The console speaks for agents and the system, never for the user.
+    QCOMPARE(post("user").status, 400);
+    QCOMPARE(post("System").status, 400);
+
+    const QVariantList messages
+        = user->get(u"/api/1.0/messages"_s).json().value(u"messages"_s).toList();
+    QCOMPARE(messages.size(), 2);
+    const ZuveroChatMessagePtr notice = ZuveroChatMessage::initWithPropertyList(messages.last());
+    QVERIFY(notice && notice->isSystemMessage());
+    QCOMPARE(notice->text(), u"Passed on to billing."_s);
+    QVERIFY2(!notice->userName(), "the system is nobody");
+    QCOMPARE(user->get(u"/api/1.0/status"_s).json().value(u"unreadCount"_s), QVariant(1));
 }
 
 void TestDevServerAPI::restartKeepsData()

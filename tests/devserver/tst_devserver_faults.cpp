@@ -19,11 +19,15 @@ private Q_SLOTS:
     void aRefusedUploadLeavesNoTrace();
     void curlSeesTheFaultsToo();
     void faultsAreChecked();
+    void receiptsCountEveryUpload();
+    void receiptsAreBounded();
     void administrationIsOptIn();
 
 private:
     ZVXDevReply addFault(const QVariantMap &fault);
     qint64 counter(const QString &request);
+    //! An upload by curl, which never sends a request again: its exit code.
+    int curlUpload(const QString &uuid, const QString &token);
 
     ZVXDevServerProcess m_server;
     std::unique_ptr<ZVXDevClient> m_client;
@@ -46,6 +50,20 @@ void TestDevServerFaults::init()
         m_client->wait(m_client->manager().deleteResource(m_client->request(u"/admin/counters"_s)))
             .status,
         200);
+    QCOMPARE(
+        m_client->wait(m_client->manager().deleteResource(m_client->request(u"/admin/receipts"_s)))
+            .status,
+        200);
+}
+
+int TestDevServerFaults::curlUpload(const QString &uuid, const QString &token)
+{
+    return ZVXDevRunCurl(
+               m_server,
+               {u"--header"_s, u"X-ZVL-JWT: "_s + token, u"--form"_s,
+                uR"(message={"uuid":"%1","text":"by curl"};type=application/json)"_s.arg(uuid),
+                m_server.origin() + u"/api/1.0/messages"_s})
+        .exitCode;
 }
 
 ZVXDevReply TestDevServerFaults::addFault(const QVariantMap &fault)
@@ -193,6 +211,68 @@ void TestDevServerFaults::faultsAreChecked()
     QCOMPARE(m_client->get(u"/api/1.0/status"_s).status, 200);
 }
 
+void TestDevServerFaults::receiptsCountEveryUpload()
+{
+    const QVariantMap message{{u"uuid"_s, u"receipt-1"_s}, {u"text"_s, u"again and again"_s}};
+    QCOMPARE(m_client->send(message).status, 200);
+    // Refused, dropped or late, an upload arrived all the same.
+    QCOMPARE(addFault({{u"path"_s, u"/api/1.0/messages"_s},
+                       {u"method"_s, u"POST"_s},
+                       {u"kind"_s, u"status"_s},
+                       {u"status"_s, 503}})
+                 .status,
+             200);
+    QCOMPARE(m_client->send(message).status, 503);
+    QCOMPARE(addFault({{u"path"_s, u"/api/1.0/messages"_s}, {u"kind"_s, u"drop"_s}}).status, 200);
+    QCOMPARE(curlUpload(u"receipt-1"_s, m_client->token), 52); // empty reply from server
+    QCOMPARE(
+        addFault(
+            {{u"path"_s, u"/api/1.0/messages"_s}, {u"kind"_s, u"delay"_s}, {u"delayMs"_s, 100}})
+            .status,
+        200);
+    QCOMPARE(m_client->send(message).status, 200);
+    // So did one without a valid token, and one that is no message at all.
+    QCOMPARE(curlUpload(u"receipt-1"_s, u"not.a.token"_s), 0);
+    QCOMPARE(m_client->send({{u"uuid"_s, u"receipt-2"_s}, {u"sender"_s, u"agent"_s}}).status, 400);
+    // Not one that names no uuid.
+    QCOMPARE(m_client->send({{u"text"_s, u"who am I?"_s}}).status, 400);
+    QCOMPARE(m_client->post(u"/api/1.0/messages"_s, "{\"uuid\":\"receipt-3\"}").status, 400);
+
+    const QVariantMap receipts = m_client->get(u"/admin/receipts"_s).json();
+    QCOMPARE(receipts,
+             (QVariantMap{{u"receipts"_s, QVariantMap{{u"receipt-1"_s, 5}, {u"receipt-2"_s, 1}}}}));
+    QCOMPARE(counter(u"POST /api/1.0/messages"_s), 8);
+    // The faults were spent on those uploads; the message is stored once.
+    QCOMPARE(m_client->send(message).status, 200);
+    int stored = 0;
+    for (const QVariant &listed :
+         m_client->get(u"/api/1.0/messages"_s).json().value(u"messages"_s).toList())
+        stored += listed.toMap().value(u"uuid"_s) == u"receipt-1"_s;
+    QCOMPARE(stored, 1);
+
+    QCOMPARE(
+        m_client->wait(m_client->manager().deleteResource(m_client->request(u"/admin/receipts"_s)))
+            .status,
+        200);
+    QCOMPARE(m_client->get(u"/admin/receipts"_s).json(),
+             (QVariantMap{{u"receipts"_s, QVariantMap()}}));
+}
+
+void TestDevServerFaults::receiptsAreBounded()
+{
+    ZVXDevServerProcess bounded;
+    QVERIFY(bounded.start({u"--open"_s, u"--admin"_s, u"--max-receipts"_s, u"2"_s}));
+    ZVXDevClient client(bounded, m_client->token);
+    for (const QString &uuid : {u"a"_s, u"b"_s, u"c"_s, u"a"_s, u"d"_s, QString(129, u'x')})
+        client.send({{u"uuid"_s, uuid}});
+    // The first two are counted on; the rest only say that there were more.
+    QCOMPARE(client.get(u"/admin/receipts"_s).json(),
+             (QVariantMap{{u"receipts"_s, QVariantMap{{u"a"_s, 2}, {u"b"_s, 1}}},
+                          {u"limit"_s, 2},
+                          {u"notRemembered"_s, 3}}));
+    QVERIFY(!ZVXDevServerProcess().start({u"--open"_s, u"--max-receipts"_s, u"0"_s}));
+}
+
 void TestDevServerFaults::administrationIsOptIn()
 {
     ZVXDevServerProcess plain;
@@ -204,6 +284,7 @@ void TestDevServerFaults::administrationIsOptIn()
                  .status,
              404);
     QCOMPARE(client.get(u"/admin/counters"_s).status, 404);
+    QCOMPARE(client.get(u"/admin/receipts"_s).status, 404);
     QCOMPARE(client.get(u"/api/1.0/status"_s).status, 200);
 }
 

@@ -11,47 +11,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// The push stream of one device, read as it arrives.
-class PushStream
-{
-public:
-    PushStream(ZVXDevClient &client)
-        : m_reply(client.manager().get(client.request(u"/api/1.0/push"_s)))
-    {
-        QObject::connect(m_reply, &QIODevice::readyRead, m_reply,
-                         [this] { m_received += m_reply->readAll(); });
-    }
-    ~PushStream()
-    {
-        m_reply->abort();
-        m_reply->deleteLater();
-    }
-
-    bool connected() const { return m_received.contains(": connected\n\n"); }
-    int status() const
-    {
-        return m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    }
-    QNetworkReply *reply() const { return m_reply; }
-
-    //! The payloads of the events received so far, with their ids.
-    QList<QPair<QString, QVariantMap>> events() const
-    {
-        QList<QPair<QString, QVariantMap>> events;
-        for (const QByteArray &block : m_received.split('\n')) {
-            if (block.startsWith("id: "))
-                events.append({QString::fromUtf8(block.mid(4)), {}});
-            else if (block.startsWith("data: ") && !events.isEmpty())
-                events.last().second = ZVXJSON::parse(block.mid(6)).value_or(QVariant()).toMap();
-        }
-        return events;
-    }
-
-private:
-    QNetworkReply *m_reply;
-    QByteArray m_received;
-};
-
 QString installationOf(const QString &token)
 {
     return ZVXJWT::getPayloadNSDict(token).toMap().value(u"installationId"_s).toString();
@@ -103,7 +62,7 @@ void TestDevServerPush::agentRepliesArePushedToEachDevice()
 {
     auto phone = registeredDevice(u"ann"_s);
     auto laptop = registeredDevice(u"ann"_s);
-    PushStream phoneStream(*phone), laptopStream(*laptop);
+    ZVXDevPushStream phoneStream(*phone), laptopStream(*laptop);
     QTRY_VERIFY(phoneStream.connected() && laptopStream.connected());
 
     // The user's own message is not pushed back; the agent's answer is.
@@ -151,11 +110,11 @@ void TestDevServerPush::streamsAreForRegisteredDevices()
 {
     ZVXDevClient stranger(m_server,
                           ZVXDevSign({{u"installationId"_s, u"never-registered"_s}}, "any"));
-    PushStream unregistered(stranger);
+    ZVXDevPushStream unregistered(stranger);
     QTRY_VERIFY(unregistered.reply()->isFinished());
     QCOMPARE(unregistered.status(), 404);
     ZVXDevClient anonymous(m_server, {});
-    PushStream withoutToken(anonymous);
+    ZVXDevPushStream withoutToken(anonymous);
     QTRY_VERIFY(withoutToken.reply()->isFinished());
     QCOMPARE(withoutToken.status(), 401);
 

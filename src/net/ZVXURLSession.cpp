@@ -13,6 +13,7 @@
 #include <QPointer>
 #include <QThreadPool>
 
+#include <cstring>
 #include <deque>
 
 using namespace std::chrono_literals;
@@ -86,6 +87,45 @@ void prepareResult(ZVXURLSessionResult &result, const ZVXURLRequest &request, ZV
         && !forbidsStoring(*result.response))
         cache->storeCachedResponse({*result.response, *result.data}, request.url());
 }
+
+/*
+    A request body that can be read once. Qt sends a request again by itself when the server
+    closes the connection before answering it, and for a body it can rewind it does so silently:
+    an upload the server had already taken would arrive twice, with the client none the wiser.
+    Given a body it cannot rewind, Qt reports the failure instead, and whether to send again is
+    decided where every retry is decided, in the offline queue.
+*/
+class OneShotBody final : public QIODevice
+{
+public:
+    OneShotBody(const QByteArray &body, QObject *parent)
+        : QIODevice(parent)
+        , m_body(body)
+    {
+        open(QIODevice::ReadOnly);
+    }
+
+    bool isSequential() const override { return true; }
+    qint64 bytesAvailable() const override
+    {
+        return m_body.size() - m_position + QIODevice::bytesAvailable();
+    }
+    bool reset() override { return false; }
+
+protected:
+    qint64 readData(char *data, qint64 maxSize) override
+    {
+        const qint64 count = std::min(maxSize, qint64(m_body.size()) - m_position);
+        std::memcpy(data, m_body.constData() + m_position, size_t(count));
+        m_position += count;
+        return count;
+    }
+    qint64 writeData(const char *, qint64) override { return -1; }
+
+private:
+    const QByteArray m_body;
+    qint64 m_position = 0;
+};
 
 void deliver(QThreadPool &pool, ZVXURLSession::ReplyCheck check, ZVXURLSessionResult result,
              const ZVXURLRequest &request, ZVXURLCache *cache, bool fromNetwork)
@@ -330,13 +370,20 @@ void ZVXURLSession::Private::start(const TaskPointer &task)
         networkRequest.setRawHeader(field, value);
     networkRequest.setSslConfiguration(sslConfiguration);
     const QByteArray body = request.httpBody();
-    // Otherwise Qt reports only a few steps of an upload.
-    if (!body.isEmpty())
+    QNetworkReply *reply = nullptr;
+    if (request.httpMethod() == "GET" && body.isEmpty()) {
+        reply = network->get(networkRequest);
+    } else {
+        // Otherwise Qt reports only a few steps of an upload.
         networkRequest.setAttribute(QNetworkRequest::EmitAllUploadProgressSignalsAttribute, true);
-
-    QNetworkReply *reply = request.httpMethod() == "GET" && body.isEmpty()
-        ? network->get(networkRequest)
-        : network->sendCustomRequest(networkRequest, request.httpMethod(), body);
+        // Read straight from the one-shot body, which Qt must not copy into a buffer it could
+        // send again.
+        networkRequest.setAttribute(QNetworkRequest::DoNotBufferUploadDataAttribute, true);
+        networkRequest.setHeader(QNetworkRequest::ContentLengthHeader, body.size());
+        auto *device = new OneShotBody(body, nullptr);
+        reply = network->sendCustomRequest(networkRequest, request.httpMethod(), device);
+        device->setParent(reply);
+    }
     task->d->reply = reply;
     task->d->manager = network;
     task->d->lastActivity = ZVXClock::currentTime();

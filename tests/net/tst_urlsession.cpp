@@ -75,6 +75,7 @@ private Q_SLOTS:
     void encodedRepliesAreDecoded();
     void timeOutsAndCancellation();
     void uploadCountersFollowTheTransfer();
+    void aBodyIsNeverSentTwiceBehindOurBack();
 
 private:
     std::unique_ptr<ZVXTestCertificates> m_certificates;
@@ -312,6 +313,26 @@ void TestURLSession::uploadCountersFollowTheTransfer()
     QCOMPARE(task->countOfBytesExpectedToSend(), 700 * 1024);
     QCOMPARE(task->countOfBytesReceived(), 6);
     QCOMPARE(task->countOfBytesExpectedToReceive(), 6);
+}
+
+void TestURLSession::aBodyIsNeverSentTwiceBehindOurBack()
+{
+    // The server reads the upload and closes the connection without answering. Qt would send an
+    // upload it can rewind again by itself; the session's upload reaches the server once, and the
+    // caller learns that it failed.
+    ZVXTestReply dropped;
+    dropped.drop = true;
+    m_server->setHandler([dropped](const ZVXTestRequest &) { return dropped; });
+    const int before = m_server->requestCount();
+    ZVXURLSession session(ZVXURLSessionConfiguration::apiConfiguration());
+    ZVXURLRequest request(m_server->url(u"/messages"_s));
+    request.setHTTPMethod("POST");
+    request.setHTTPBody("{\"uuid\": \"once\"}");
+    auto outcome = start(session, request);
+    QTRY_VERIFY(outcome->finishedAs);
+    QVERIFY(!outcome->result.data);
+    QCOMPARE(outcome->result.error.domain(), ZuveroURLErrorDomain);
+    QCOMPARE(m_server->requestCount(), before + 1);
 }
 
 QTEST_GUILESS_MAIN(TestURLSession)

@@ -76,6 +76,11 @@ void ZVXTestServer::process(QSslSocket *socket)
     const ZVXTestReply reply = m_handler(request);
     if (reply.hold)
         return;
+    if (reply.drop) {
+        --m_openRequests;
+        socket->disconnectFromHost();
+        return;
+    }
     if (reply.delay.count() > 0)
         QTimer::singleShot(reply.delay, socket, [this, socket, reply] { answer(socket, reply); });
     else

@@ -27,6 +27,8 @@ struct ZVXTestReply
     std::chrono::milliseconds delay{0};
     //! Never answer.
     bool hold = false;
+    //! Close the connection without an answer, once the request has been read.
+    bool drop = false;
 };
 
 /*!

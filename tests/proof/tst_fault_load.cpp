@@ -181,17 +181,33 @@ void TestFaultLoad::thousandMessagesUnderFaults()
     zuvero->setUserIdentifier(u"load"_s);
     QTRY_VERIFY(!zuvero->needsRegistration());
 
-    // Every message the queue takes is followed until it leaves it, sent or given up.
+    // Every message the queue takes is followed until it leaves it, sent or given up. Every
+    // failed send the client sees is counted against its message: the server may receive a
+    // message once more for each, and never more often than that.
     QList<ZuveroChatMessagePtr> followed;
     QSet<QString> errored;
+    QHash<QString, int> failuresSeen; // by uuid
+    QSet<QString> sentAtOnce; // texts that sendMessage() sent without the queue
+    bool sendingAtOnce = false;
+    auto didSend = ZuveroNotificationCenter::defaultCenter()->addObserver(
+        ZuveroChatDidSendMessageNotification, zuvero.get(),
+        [&](const ZuveroNotification &) { sendingAtOnce = true; });
     auto added = ZuveroNotificationCenter::defaultCenter()->addObserver(
         ZuveroChatDidAddOfflineMessageNotification, zuvero.get(), [&](const ZuveroNotification &n) {
-            followed << n.userInfo().value(u"message"_s).value<ZuveroChatMessagePtr>();
+            const auto message = n.userInfo().value(u"message"_s).value<ZuveroChatMessagePtr>();
+            followed << message;
+            // Queued after it was sent at once: that send failed.
+            if (sentAtOnce.remove(*message->text()))
+                ++failuresSeen[message->uuid()];
         });
     // As the chat screen does: a pass that ends with messages left is tried again shortly.
     auto finished = ZuveroNotificationCenter::defaultCenter()->addObserver(
         ZuveroChatDidFinishSendingOfflineMessagesNotification, zuvero.get(),
-        [&](const ZuveroNotification &) {
+        [&](const ZuveroNotification &n) {
+            // A pass that ends with its last message still queued ended in a failed send.
+            const auto last = n.userInfo().value(u"message"_s).value<ZuveroChatMessagePtr>();
+            if (zuvero->offlineMessages().contains(last))
+                ++failuresSeen[last->uuid()];
             if (!zuvero->offlineMessages().isEmpty())
                 ZVXClock::after(300ms, zuvero.get(), [&] { zuvero->sendOfflineMessages(); });
         });
@@ -211,7 +227,10 @@ void TestFaultLoad::thousandMessagesUnderFaults()
         const QString text = u"load %1"_s.arg(index, 4, 10, QLatin1Char('0'));
         written << text;
         if (index % 3 != 2) {
+            sendingAtOnce = false;
             zuvero->sendMessage(text);
+            if (sendingAtOnce)
+                sentAtOnce.insert(text);
             return;
         }
         // A file, sent as the chat screen sends it: at once only when nothing waits.
@@ -230,8 +249,10 @@ void TestFaultLoad::thousandMessagesUnderFaults()
         zuvero->connection()->sendChatMessage(message,
                                               [&, message](bool success, const ZuveroError &) {
                                                   ownSendInFlight = false;
-                                                  if (!success)
-                                                      zuvero->addOfflineMessage(message);
+                                                  if (success)
+                                                      return;
+                                                  ++failuresSeen[message->uuid()];
+                                                  zuvero->addOfflineMessage(message);
                                               });
     };
     const auto settled
@@ -266,8 +287,11 @@ void TestFaultLoad::thousandMessagesUnderFaults()
                 ++it;
                 continue;
             }
-            if ((*it)->isErrored())
+            // Given up: after a refusal the client saw.
+            if ((*it)->isErrored()) {
                 errored.insert(*(*it)->text());
+                ++failuresSeen[(*it)->uuid()];
+            }
             it = followed.erase(it);
         }
 
@@ -347,6 +371,20 @@ void TestFaultLoad::thousandMessagesUnderFaults()
         if (seen.contains(text))
             deliveredButErrored << text;
     }
+    // The server stores a message once, whatever it receives: how often each one arrived shows
+    // the sends that were made again. Each must follow a failure the client saw.
+    const QVariantMap receipts
+        = m_admin->get(u"/admin/receipts"_s).json().value(u"receipts"_s).toMap();
+    qint64 uploads = 0, sentAgain = 0;
+    QStringList unexplained;
+    for (auto it = receipts.cbegin(); it != receipts.cend(); ++it) {
+        const qint64 count = it.value().toLongLong();
+        uploads += count;
+        sentAgain += count - 1;
+        if (count - 1 > failuresSeen.value(it.key()))
+            unexplained << u"%1 received %2 times after %3 failures"_s.arg(it.key()).arg(count).arg(
+                failuresSeen.value(it.key()));
+    }
     const qint64 faults = m_faults[0] + m_faults[1] + m_faults[2];
     qInfo("fault and load: %d messages written (%d with a file) in %.1f s; the server saw %lld "
           "sends, %lld faults injected (%.0f%%: %d refusals, %d dropped connections, %d delays), "
@@ -354,10 +392,12 @@ void TestFaultLoad::thousandMessagesUnderFaults()
           int(written.size()), withFiles, double(wall.elapsed()) / 1000, sends, faults,
           100.0 * double(faults) / double(sends), m_faults[0], m_faults[1], m_faults[2], flaps);
     const qint64 opensslAtEnd = opensslBytes;
-    qInfo("fault and load: sent %d, retried %lld, errored %d, duplicates %d, lost %d; "
-          "peak memory %.1f MiB (VmHWM)",
-          int(stored.size()) - duplicates, sends - Messages, int(errored.size()), duplicates,
-          int(lost.size()), double(peakResidentKiB()) / 1024);
+    qInfo("fault and load: sent %d, errored %d, lost %d, stored twice %d; the server received "
+          "%lld uploads of %d messages, %lld of them again after a failure the client saw, %d "
+          "not explained by one; peak memory %.1f MiB (VmHWM)",
+          int(stored.size()) - duplicates, int(errored.size()), int(lost.size()), duplicates,
+          uploads, int(receipts.size()), sentAgain, int(unexplained.size()),
+          double(peakResidentKiB()) / 1024);
     qInfo("fault and load: heap in use apart from OpenSSL %.2f MiB after 500 messages, %.2f MiB "
           "after 1000 (%+.1f KiB; %.0f KiB more until the requests' time-outs have passed); "
           "OpenSSL %.2f MiB, then %.2f MiB (%+.1f KiB: cached TLS sessions)",
@@ -368,6 +408,8 @@ void TestFaultLoad::thousandMessagesUnderFaults()
 
     QVERIFY2(lost.isEmpty(), qPrintable(lost.mid(0, 10).join(u", "_s)));
     QCOMPARE(duplicates, 0);
+    QVERIFY2(unexplained.isEmpty(), qPrintable(unexplained.mid(0, 10).join(u"; "_s)));
+    QCOMPARE(uploads, sends);
     QVERIFY2(deliveredButErrored.isEmpty(), qPrintable(deliveredButErrored.join(u", "_s)));
     QCOMPARE(stored, expected); // in the order written
     QVERIFY(faults * 4 >= sends && faults * 5 <= sends * 2); // between a quarter and 40 %

@@ -111,12 +111,7 @@ void TestFacadeServer::addFault(const QVariantMap &fault)
 
 qint64 TestFacadeServer::counter(const QString &request)
 {
-    return m_admin->get(QStringLiteral("/admin/counters"))
-        .json()
-        .value(QStringLiteral("counters"))
-        .toMap()
-        .value(request)
-        .toLongLong();
+    return m_admin->requestCount(request);
 }
 
 ZuveroChatMessageList TestFacadeServer::listing(Zuvero *zuvero)

@@ -135,6 +135,16 @@ ZVXDevReply ZVXDevClient::send(const QVariantMap &message, const QList<File> &fi
                 ZVXMultipart().contentType().toLatin1());
 }
 
+qint64 ZVXDevClient::requestCount(const QString &request)
+{
+    return get(u"/admin/counters"_s)
+        .json()
+        .value(u"counters"_s)
+        .toMap()
+        .value(request)
+        .toLongLong();
+}
+
 qint64 ZVXDevClient::conversationId(const QString &key, const QString &value)
 {
     const QVariantList all

@@ -82,6 +82,8 @@ public:
 
     //! The console's id of the conversation whose \a key ("userId", "installationId") is \a value.
     qint64 conversationId(const QString &key, const QString &value);
+    //! How many "METHOD /path" requests the server received (its --admin counters).
+    qint64 requestCount(const QString &request);
     //! An agent's reply from the console to the conversation \a id.
     ZVXDevReply agentReply(qint64 id, const QString &text);
 

@@ -50,12 +50,7 @@ void TestKillRecovery::initTestCase()
 
 qint64 TestKillRecovery::sendsSeen()
 {
-    return m_admin->get(u"/admin/counters"_s)
-        .json()
-        .value(u"counters"_s)
-        .toMap()
-        .value(u"POST "_s + SendPath)
-        .toLongLong();
+    return m_admin->requestCount(u"POST "_s + SendPath);
 }
 
 void TestKillRecovery::addFault(const QVariantMap &fault)

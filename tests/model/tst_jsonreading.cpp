@@ -217,6 +217,9 @@ void TestJSONReading::attachmentsReadAlike_data()
         "contentType": "application/vnd.openxmlformats-officedocument.spreadsheetml.sheet",
         "dataURL": "https://127.0.0.1:8443/api/1.0/files/b-1_2.x~y", "length": 4})")
                                              << true;
+    QTest::newRow("plain addresses that QUrl normalises") << QByteArray(R"({"uuid": "b2",
+        "contentType": "text/plain", "dataURL": "HTTPS://H.Example.COM:0443/Files/A-1",
+        "previewURL": "http://0x7f.1/a/../b"})") << true;
     QTest::newRow("addresses that encoding changes") << QByteArray(R"({"uuid": "c",
         "contentType": "text/plain", "dataURL": "https://h/files/a##1",
         "previewURL": "HTTPS://H/x/%7e/p?q=%C3%A9&r=é#f#2"})")

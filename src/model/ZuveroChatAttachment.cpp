@@ -40,8 +40,8 @@ QUrl urlFrom(const QVariant &value)
         return QUrl();
     // QUrl keeps some characters as given ("#" inside a fragment) and compares them unequal to
     // their encoded form: read the encoded form, so that an address and its written copy are equal.
-    // An address of letters, digits, "-._~", "/" and ":" only (the usual case) has nothing that
-    // encoding changes, nor has one that is its own encoded form: either reads the same again.
+    // An address made only of letters, digits, "-._~", "/" and ":" (the usual case), or one that
+    // is already its own encoded form, would read the same again: it needs no second parse.
     if (std::all_of(text->cbegin(), text->cend(), isPlainURLCharacter))
         return url;
     const QString encoded = url.toString(QUrl::FullyEncoded);

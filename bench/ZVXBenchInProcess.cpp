@@ -1,4 +1,5 @@
-// In-process work: signing tokens, reading a page of messages, merging message lists.
+// In-process work: signing tokens, reading a page of messages, merging message lists. The library's
+// own functions are timed, never a copy of them.
 
 #include "ZVXBench.h"
 #include "ZVXConversation.h"
@@ -9,6 +10,7 @@
 #include "ZuveroData.h"
 
 #include <QHash>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QMessageAuthenticationCode>
@@ -19,6 +21,7 @@
 #include <openssl/hmac.h>
 
 #include <algorithm>
+#include <random>
 
 namespace ZVXBench {
 
@@ -35,19 +38,6 @@ QString keyOf(const ZuveroChatMessagePtr &message)
     return message->uuid().isNull() ? QStringLiteral("") : message->uuid();
 }
 
-// What the connection does with a listing once its checks pass.
-ZuveroChatMessageList buildMessages(const QVariant &json)
-{
-    const QVariantMap reply = json.toMap();
-    ZuveroChatMessageList messages;
-    const QVariant list = ZuveroSkipNSNullRecursively(reply.value(QStringLiteral("messages")));
-    for (const QVariant &entry : list.toList()) {
-        if (ZuveroChatMessagePtr message = ZuveroChatMessage::initWithPropertyList(entry))
-            messages.append(message);
-    }
-    return messages;
-}
-
 QString uuidFrom(QRandomGenerator &random)
 {
     quint32 words[4];
@@ -56,13 +46,103 @@ QString uuidFrom(QRandomGenerator &random)
         .toString(QUuid::WithoutBraces);
 }
 
-QString describeMismatch(const char *data, const ZuveroChatMessageList &ours,
-                         const ZuveroChatMessageList &literal)
+const QDateTime start = QDateTime::fromSecsSinceEpoch(1'700'000'000, Qt::UTC);
+
+// A cached conversation: \a count messages a second apart, in date order.
+ZuveroChatMessageList cachedMessages(int count)
 {
-    if (ours == literal)
+    QRandomGenerator random{quint32(count)};
+    ZuveroChatMessageList messages;
+    messages.reserve(count);
+    for (int i = 0; i < count; ++i) {
+        auto message = ZuveroChatMessage::init();
+        message->setUuid(uuidFrom(random));
+        message->setSender(QStringLiteral("user"));
+        message->setText(QStringLiteral("message %1").arg(i));
+        message->setDate(start.addSecs(i));
+        messages.append(message);
+    }
+    return messages;
+}
+
+// A download of \a count messages: half are newer copies of cached ones, half new, some dated
+// like cached ones and some like the new one before them. A shorter batch is a prefix of a longer.
+ZuveroChatMessageList newMessages(const ZuveroChatMessageList &cached, int count)
+{
+    QRandomGenerator random(quint32(cached.size() * 31));
+    ZuveroChatMessageList fresh;
+    fresh.reserve(count);
+    for (int i = 0; i < count; ++i) {
+        auto message = ZuveroChatMessage::init();
+        const int at = int(random.bounded(int(cached.size())));
+        if (i % 2 == 0) {
+            message->setUuid(cached.at(at)->uuid());
+            message->setDate(cached.at(at)->date());
+        } else {
+            message->setUuid(uuidFrom(random));
+            message->setDate(i % 3 == 0 && !fresh.isEmpty() ? fresh.last()->date()
+                                                            : start.addSecs(at));
+        }
+        message->setSender(QStringLiteral("agent"));
+        message->setText(QStringLiteral("new %1").arg(i));
+        fresh.append(message);
+    }
+    return fresh;
+}
+
+// The reply as the connection hands it over when its checks pass.
+ZuveroChatMessageList libraryPage(const ZVXURLSessionResult &result)
+{
+    const std::optional<QJsonValue> json
+        = ZuveroConnectionPrivate::handleReceivedJSON(result, [](const ZuveroError &) {});
+    return json ? ZuveroConnectionPrivate::messagesFromReply(json->toObject())
+                : ZuveroChatMessageList();
+}
+
+// The page read as a variant tree, each entry without its nulls.
+ZuveroChatMessageList variantPage(const QByteArray &page)
+{
+    ZuveroChatMessageList messages;
+    const QVariant reply = ZVXJSON::parse(page).value_or(QVariant());
+    for (const QVariant &entry : reply.toMap().value(QStringLiteral("messages")).toList()) {
+        if (auto message
+            = ZuveroChatMessage::initWithPropertyList(ZuveroSkipNSNullRecursively(entry)))
+            messages.append(message);
+    }
+    return messages;
+}
+
+QString pageProblem(const QByteArray &page, const ZVXURLSessionResult &result)
+{
+    const ZuveroChatMessageList ours = libraryPage(result);
+    const ZuveroChatMessageList reference = variantPage(page);
+    const qsizetype entries
+        = QJsonDocument::fromJson(page).object().value(QLatin1String("messages")).toArray().size();
+    if (ours.isEmpty() || ours.size() != entries || reference.size() != entries)
+        return QStringLiteral("page: %1 entries, the library read %2 messages, the variant "
+                              "reading %3")
+            .arg(entries)
+            .arg(ours.size())
+            .arg(reference.size());
+    for (qsizetype i = 0; i < entries; ++i) {
+        if (ours.at(i)->propertyList() != reference.at(i)->propertyList()
+            || ours.at(i)->date() != reference.at(i)->date())
+            return QStringLiteral("page: message %1 reads differently as JSON and as variants")
+                .arg(i);
+    }
+    return {};
+}
+
+QString mergeProblem(const QString &data, const ZuveroChatMessageList &existing,
+                     const ZuveroChatMessageList &fresh)
+{
+    const ZuveroChatMessageList ours = ZVXConversation::combineExistingMessages(existing, fresh);
+    const ZuveroChatMessageList literal = literalCombine(existing, fresh);
+    if (ours.size() == literal.size()
+        && std::equal(ours.cbegin(), ours.cend(), literal.cbegin(), literal.cend()))
         return {};
-    return QStringLiteral("%1: the library's merge gives %2 messages, the literal rule %3%4")
-        .arg(QLatin1String(data))
+    return QStringLiteral("merge %1: the library gives %2 messages, the literal rule %3%4")
+        .arg(data)
         .arg(ours.size())
         .arg(literal.size())
         .arg(ours.size() == literal.size() ? QStringLiteral(", in another order") : QString());
@@ -111,137 +191,174 @@ ZuveroChatMessageList literalCombine(const ZuveroChatMessageList &existing,
     return result;
 }
 
-std::pair<ZuveroChatMessageList, ZuveroChatMessageList> mergeData(int existingCount, int newCount)
-{
-    QRandomGenerator random(quint32(existingCount * 31 + newCount));
-    const QDateTime start = QDateTime::fromSecsSinceEpoch(1'700'000'000, Qt::UTC);
-    ZuveroChatMessageList existing, fresh;
-    existing.reserve(existingCount);
-    for (int i = 0; i < existingCount; ++i) {
-        auto message = ZuveroChatMessage::init();
-        message->setUuid(uuidFrom(random));
-        message->setSender(QStringLiteral("user"));
-        message->setText(QStringLiteral("message %1").arg(i));
-        message->setDate(start.addSecs(i));
-        existing.append(message);
-    }
-    for (int i = 0; i < newCount; ++i) {
-        auto message = ZuveroChatMessage::init();
-        const int at = int(random.bounded(existingCount));
-        if (i % 2 == 0) {
-            // A newer copy of an existing message, as a download brings it back.
-            message->setUuid(existing.at(at)->uuid());
-            message->setDate(existing.at(at)->date());
-        } else {
-            message->setUuid(uuidFrom(random));
-            // Some on an existing message's second, some on the previous new one's.
-            message->setDate(i % 3 == 0 && !fresh.isEmpty() ? fresh.last()->date()
-                                                            : start.addSecs(at));
-        }
-        message->setSender(QStringLiteral("agent"));
-        message->setText(QStringLiteral("new %1").arg(i));
-        fresh.append(message);
-    }
-    return {existing, fresh};
-}
-
-double median(QList<double> sample)
+double quantile(QList<double> sample, double q)
 {
     if (sample.isEmpty())
         return 0;
     std::sort(sample.begin(), sample.end());
-    const qsizetype middle = sample.size() / 2;
-    return sample.size() % 2 ? sample.at(middle) : (sample.at(middle - 1) + sample.at(middle)) / 2;
+    const double position = q * double(sample.size() - 1);
+    const qsizetype below = qsizetype(position);
+    if (below + 1 >= sample.size())
+        return sample.last();
+    const double fraction = position - double(below);
+    return sample.at(below) * (1 - fraction) + sample.at(below + 1) * fraction;
 }
 
-InProcess::InProcess(const QByteArray &page)
+double median(QList<double> sample)
 {
-    // The claims the facade signs, and the bytes its signature covers.
-    const QByteArray secret = QByteArray::fromHex("7a757665726f2d7365637265742d3432");
-    const QVariantMap claims{
-        {QStringLiteral("apiKey"), QString::fromLatin1(ZuveroSHA256(secret)->toHex())},
-        {QStringLiteral("installationId"), QStringLiteral("3F2504E0-4F89-41D3-9A0C-0305E82C3301")},
-        {QStringLiteral("userId"), QStringLiteral("user-42")},
-        {QStringLiteral("userName"), QStringLiteral("Ana")}};
-    const QString token = *ZVXJWT::initWithPayload(claims)->signedTokenWithSecret(secret);
-    const QByteArray signingInput = token.section(QLatin1Char('.'), 0, 1).toLatin1();
+    return quantile(std::move(sample), 0.5);
+}
 
-    m_cases << Case{
-        QStringLiteral("token: sign"),
-        [=] {
-            for (int i = 0; i < Tokens; ++i)
-                sink = ZVXJWT::initWithPayload(claims)->signedTokenWithSecret(secret)->size();
-        },
-        Tokens};
-    m_cases << Case{QStringLiteral("token: HMAC-SHA256, Qt"),
-                    [=] {
-                        for (int i = 0; i < Tokens; ++i)
-                            sink = QMessageAuthenticationCode::hash(signingInput, secret,
-                                                                    QCryptographicHash::Sha256)
-                                       .size();
-                    },
-                    Tokens};
-    m_cases << Case{QStringLiteral("token: HMAC-SHA256, OpenSSL"),
-                    [=] {
-                        unsigned char mac[EVP_MAX_MD_SIZE];
-                        unsigned int length = 0;
-                        for (int i = 0; i < Tokens; ++i) {
-                            HMAC(EVP_sha256(), secret.constData(), int(secret.size()),
-                                 reinterpret_cast<const unsigned char *>(signingInput.constData()),
-                                 size_t(signingInput.size()), mac, &length);
-                            sink = length;
-                        }
-                    },
-                    Tokens};
+InProcess::InProcess(const QByteArray &page, bool goalsOnly)
+    : m_page(page)
+{
+    if (!goalsOnly) {
+        // The claims the facade signs, and the bytes its signature covers.
+        const QByteArray secret = QByteArray::fromHex("7a757665726f2d7365637265742d3432");
+        const QVariantMap claims{
+            {QStringLiteral("apiKey"), QString::fromLatin1(ZuveroSHA256(secret)->toHex())},
+            {QStringLiteral("installationId"),
+             QStringLiteral("3F2504E0-4F89-41D3-9A0C-0305E82C3301")},
+            {QStringLiteral("userId"), QStringLiteral("user-42")},
+            {QStringLiteral("userName"), QStringLiteral("Ana")}};
+        const QString token = *ZVXJWT::initWithPayload(claims)->signedTokenWithSecret(secret);
+        const QByteArray signingInput = token.section(QLatin1Char('.'), 0, 1).toLatin1();
 
-    // A page of 50 messages: the text parsed, the messages built, and the whole reply handled.
-    const QVariant parsed = *ZVXJSON::parse(page);
+        m_cases << Case{
+            QStringLiteral("token: sign"),
+            [=] {
+                for (int i = 0; i < Tokens; ++i)
+                    sink = ZVXJWT::initWithPayload(claims)->signedTokenWithSecret(secret)->size();
+            },
+            Tokens};
+        m_cases << Case{QStringLiteral("token: HMAC-SHA256, Qt"),
+                        [=] {
+                            for (int i = 0; i < Tokens; ++i)
+                                sink = QMessageAuthenticationCode::hash(signingInput, secret,
+                                                                        QCryptographicHash::Sha256)
+                                           .size();
+                        },
+                        Tokens};
+        m_cases << Case{
+            QStringLiteral("token: HMAC-SHA256, OpenSSL"),
+            [=] {
+                unsigned char mac[EVP_MAX_MD_SIZE];
+                unsigned int length = 0;
+                for (int i = 0; i < Tokens; ++i) {
+                    HMAC(EVP_sha256(), secret.constData(), int(secret.size()),
+                         reinterpret_cast<const unsigned char *>(signingInput.constData()),
+                         size_t(signingInput.size()), mac, &length);
+                    sink = length;
+                }
+            },
+            Tokens};
+    }
+
+    // A page of 50 messages: what the connection does with the reply, beside QJsonDocument alone.
     ZVXURLSessionResult result;
     result.data = page;
     result.response = ZVXURLResponse{QUrl(), 200, {}};
-    m_cases << Case{QStringLiteral("page: parse the text"),
-                    [=] {
-                        for (int i = 0; i < Pages; ++i)
-                            sink = ZVXJSON::parse(page)->toMap().size();
-                    },
-                    Pages};
-    m_cases << Case{QStringLiteral("page: build the messages"),
-                    [=] {
-                        for (int i = 0; i < Pages; ++i)
-                            sink = buildMessages(parsed).size();
-                    },
-                    Pages};
     m_cases << Case{QStringLiteral("page: library (checks, parse, build)"),
                     [=] {
-                        for (int i = 0; i < Pages; ++i) {
-                            const std::optional<QVariant> json
-                                = ZuveroConnectionPrivate::handleReceivedJSON(
-                                    result, [](const ZuveroError &) {});
-                            sink = buildMessages(*json).size();
-                        }
+                        for (int i = 0; i < Pages; ++i)
+                            sink = libraryPage(result).size();
                     },
-                    Pages};
+                    Pages, true};
     m_cases << Case{QStringLiteral("page: QJsonDocument::fromJson"),
                     [=] {
                         for (int i = 0; i < Pages; ++i)
                             sink = QJsonDocument::fromJson(page).object().size();
                     },
-                    Pages};
+                    Pages, true};
 
-    for (const auto &[existingCount, newCount] : {std::pair{100000, 50}, std::pair{10000, 1000}}) {
-        const auto [existing, fresh] = mergeData(existingCount, newCount);
-        const QByteArray label
-            = QByteArray::number(existingCount) + " + " + QByteArray::number(newCount);
-        m_mergeCheck += describeMismatch(label.constData(),
-                                         ZVXConversation::combineExistingMessages(existing, fresh),
-                                         literalCombine(existing, fresh));
+    // A large cached conversation with a usual download, in date order and out of it; and one
+    // cached set with a usual and a large download, so that only the batch grows.
+    const ZuveroChatMessageList large = cachedMessages(100000);
+    const ZuveroChatMessageList largeNew = newMessages(large, 50);
+    const ZuveroChatMessageList cached = cachedMessages(10000);
+    const ZuveroChatMessageList manyNew = newMessages(cached, 1000);
+    const ZuveroChatMessageList fewNew = manyNew.mid(0, 50);
+    m_cases << Case{
+        QStringLiteral("merge 100000 + 50"),
+        [=] { sink = ZVXConversation::combineExistingMessages(large, largeNew).size(); }, 100000,
+        true};
+    ZuveroChatMessageList shuffled;
+    if (!goalsOnly) {
+        shuffled = large;
+        std::shuffle(shuffled.begin(), shuffled.end(), std::mt19937(42));
         m_cases << Case{
-            QStringLiteral("merge %1: library").arg(QLatin1String(label)),
-            [=] { sink = ZVXConversation::combineExistingMessages(existing, fresh).size(); },
-            existingCount};
-        m_cases << Case{QStringLiteral("merge %1: literal rule").arg(QLatin1String(label)),
-                        [=] { sink = literalCombine(existing, fresh).size(); }, existingCount};
+            QStringLiteral("merge 100000 + 50, out of order"),
+            [=] { sink = ZVXConversation::combineExistingMessages(shuffled, largeNew).size(); },
+            100000};
     }
+    m_cases << Case{QStringLiteral("merge 10000 + 50"),
+                    [=] { sink = ZVXConversation::combineExistingMessages(cached, fewNew).size(); },
+                    10000, true};
+    m_cases << Case{
+        QStringLiteral("merge 10000 + 1000"),
+        [=] { sink = ZVXConversation::combineExistingMessages(cached, manyNew).size(); }, 10000,
+        true};
+
+    m_mergeProblems = [=] {
+        QStringList problems;
+        problems << mergeProblem(QStringLiteral("100000 + 50"), large, largeNew);
+        if (!shuffled.isEmpty())
+            problems << mergeProblem(QStringLiteral("100000 + 50, out of order"), shuffled,
+                                     largeNew);
+        problems << mergeProblem(QStringLiteral("10000 + 50"), cached, fewNew);
+        problems << mergeProblem(QStringLiteral("10000 + 1000"), cached, manyNew);
+        problems << pageProblem(page, result);
+        problems.removeAll(QString());
+        return problems;
+    };
+}
+
+QStringList InProcess::problems() const
+{
+    return m_mergeProblems();
+}
+
+QString formatted(double value, const QString &unit)
+{
+    if (unit == QLatin1String("ms"))
+        return value >= 0.1 ? QStringLiteral("%1 ms").arg(value, 0, 'f', value < 10 ? 2 : 1)
+                            : QStringLiteral("%1 us").arg(value * 1000, 0, 'f', 2);
+    return QStringLiteral("%1 %2").arg(value, 0, 'f', value < 100 ? 1 : 0).arg(unit);
+}
+
+Row compareRuns(const QString &name, const Runs &measured, const Runs &baseline,
+                const QString &unit, double goal)
+{
+    QList<double> ratios;
+    for (qsizetype i = 0; i < std::min(measured.size(), baseline.size()); ++i) {
+        if (baseline.at(i) > 0)
+            ratios << measured.at(i) / baseline.at(i);
+    }
+    const double ratio = median(ratios);
+    return Row{name,
+               formatted(median(measured), unit),
+               formatted(median(baseline), unit),
+               ratio,
+               ratios.size() > 1 ? QStringLiteral("%1-%2")
+                                       .arg(quantile(ratios, 0.25), 0, 'f', 2)
+                                       .arg(quantile(ratios, 0.75), 0, 'f', 2)
+                                 : QString(),
+               goal > 0 ? QStringLiteral("<= %1x").arg(goal) : QString(),
+               goal > 0 ? std::optional<bool>(ratio <= goal) : std::nullopt};
+}
+
+Row singleRuns(const QString &name, const Runs &runs, const QString &unit)
+{
+    return Row{name,
+               formatted(median(runs), unit),
+               QString(),
+               0,
+               runs.size() > 1
+                   ? formatted(quantile(runs, 0.25), unit).section(QLatin1Char(' '), 0, 0)
+                       + QLatin1Char('-') + formatted(quantile(runs, 0.75), unit)
+                   : QString(),
+               QString(),
+               std::nullopt};
 }
 
 } // namespace ZVXBench

@@ -4,9 +4,12 @@
 #include "ZVXBench.h"
 #include "ZVXDevServerProcess.h"
 #include "ZVXJSON.h"
+#include "ZVXMainThread.h"
 #include "ZVXMultipart.h"
+#include "ZVXURLSession.h"
 #include "Zuvero.h"
 #include "ZuveroCertificateAuthorities.h"
+#include "ZuveroConnection_p.h"
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
@@ -18,6 +21,9 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QTemporaryDir>
+#include <QThreadPool>
+
+#include <atomic>
 
 namespace ZVXBench {
 
@@ -40,11 +46,6 @@ bool waitUntil(const std::function<bool()> &condition, int milliseconds = 30000)
 double elapsedMs(const QElapsedTimer &timer)
 {
     return double(timer.nsecsElapsed()) / 1e6;
-}
-
-QString ms(double value)
-{
-    return QStringLiteral("%1 ms").arg(value, 0, 'f', value < 10 ? 2 : 1);
 }
 
 // The TCP connections of this process to \a port, by socket inode.
@@ -113,75 +114,97 @@ public:
             librarySend(m_sender.get(), false);
             bareSend();
         }
-        QList<double> library, bare;
+        Runs library, bare;
         QSet<QString> known = connectionsTo(m_port);
-        int libraryConnections = 0;
-        for (int i = 0; i < repetitions; ++i) {
-            QElapsedTimer timer;
-            timer.start();
-            librarySend(m_sender.get(), false);
-            library << elapsedMs(timer);
+        int libraryConnections = 0, bareConnections = 0;
+        const auto opened = [&known, this] {
             const QSet<QString> now = connectionsTo(m_port);
-            libraryConnections += int((now - known).size());
+            const int count = int((now - known).size());
             known += now;
-            timer.start();
-            bareSend();
-            bare << elapsedMs(timer);
-            known += connectionsTo(m_port);
+            return count;
+        };
+        // In turns, each side first every other time, so that neither pays for what the other
+        // left behind.
+        for (int i = 0; i < repetitions; ++i) {
+            const auto sendLibrary = [&] {
+                QElapsedTimer timer;
+                timer.start();
+                librarySend(m_sender.get(), false);
+                library << elapsedMs(timer);
+                libraryConnections += opened();
+            };
+            const auto sendBare = [&] {
+                QElapsedTimer timer;
+                timer.start();
+                bareSend();
+                bare << elapsedMs(timer);
+                bareConnections += opened();
+            };
+            inTurn(i, sendLibrary, sendBare);
         }
-        const double librarySendMs = median(library);
-        rows << ratioRow(QStringLiteral("send a text: library vs bare QNAM POST"), librarySendMs,
-                         median(bare), 1.3);
-        const std::optional<double> curl = curlSend(repetitions);
-        if (curl)
-            rows << ratioRow(QStringLiteral("send a text: library vs curl"), librarySendMs, *curl,
-                             0);
-        // The same sends to a server that leaves Nagle's algorithm on: what a stall looks like.
-        const std::optional<double> stalled = nagleSend();
-        rows << Row{QStringLiteral("send a text: loopback median vs server without TCP_NODELAY"),
-                    ms(librarySendMs),
-                    stalled ? ms(*stalled) : QStringLiteral("-"),
-                    stalled ? librarySendMs / *stalled : 0,
-                    QStringLiteral("< 5 ms"),
-                    librarySendMs < 5};
-        rows << Row{QStringLiteral("send a text: connections opened by %1 sends").arg(repetitions),
+        rows << compareRuns(QStringLiteral("send a text: library vs bare QNAM POST"), library, bare,
+                            QStringLiteral("ms"), 1.3);
+        if (const std::optional<Runs> curl = curlSend(repetitions))
+            rows << compareRuns(QStringLiteral("send a text: library vs curl (one connection)"),
+                                library, *curl, QStringLiteral("ms"));
+        rows << Row{QStringLiteral("send a text: connections opened by %1 sends, vs bare QNAM")
+                        .arg(repetitions),
                     QString::number(libraryConnections),
-                    QStringLiteral("1 kept alive"),
+                    QString::number(bareConnections),
                     0,
+                    QString(),
                     QStringLiteral("0 new"),
                     libraryConnections == 0};
 
-        QList<double> libraryPages, barePages;
+        // Each page also split where the reply has arrived on the main thread: before it, the
+        // request and the wire; after it, what each side does with the reply.
+        Runs libraryPages, barePages, libraryWire, bareWire, libraryAfter, bareAfter;
         for (int i = 0; i < repetitions; ++i) {
-            QElapsedTimer timer;
-            timer.start();
-            libraryPage();
-            libraryPages << elapsedMs(timer);
-            timer.start();
-            barePage();
-            barePages << elapsedMs(timer);
+            const auto readLibrary = [&] {
+                const auto [total, arrived] = libraryPage();
+                libraryPages << total;
+                libraryWire << arrived;
+                libraryAfter << total - arrived;
+            };
+            const auto readBare = [&] {
+                const auto [total, arrived] = barePage();
+                barePages << total;
+                bareWire << arrived;
+                bareAfter << total - arrived;
+            };
+            inTurn(i, readLibrary, readBare);
         }
-        rows << ratioRow(QStringLiteral("history page of 50: library vs GET + QJsonDocument"),
-                         median(libraryPages), median(barePages), 1.5);
+        rows << compareRuns(QStringLiteral("history page of 50: library vs GET + QJsonDocument"),
+                            libraryPages, barePages, QStringLiteral("ms"), 1.2);
+        rows << compareRuns(QStringLiteral("  of which request and reply, until it arrives"),
+                            libraryWire, bareWire, QStringLiteral("ms"));
+        rows << compareRuns(QStringLiteral("  of which after it arrives (library: checks, build"
+                                           ", hops)"),
+                            libraryAfter, bareAfter, QStringLiteral("ms"));
+        rows << singleRuns(QStringLiteral("  a hop to a worker thread and back, nothing done"),
+                           threadHops(repetitions, false), QStringLiteral("ms"));
+        rows << singleRuns(QStringLiteral("  the same when the worker thread must start"),
+                           threadHops(repetitions, true), QStringLiteral("ms"));
         return rows;
     }
 
 private:
+    static void inTurn(int round, const std::function<void()> &library,
+                       const std::function<void()> &baseline)
+    {
+        if (round % 2 == 0) {
+            library();
+            baseline();
+        } else {
+            baseline();
+            library();
+        }
+    }
+
     static bool fail(QString *problem, const QString &what)
     {
         *problem = what;
         return false;
-    }
-
-    static Row ratioRow(const QString &name, double measured, double baseline, double goal)
-    {
-        const double ratio = measured / baseline;
-        return Row{name,
-                   ms(measured),
-                   ms(baseline),
-                   ratio,
-                   goal > 0 ? QStringLiteral("<= %1x").arg(goal) : QString(),
-                   goal > 0 ? std::optional<bool>(ratio <= goal) : std::nullopt};
     }
 
     static Zuvero *facade(const ZVXDevServerProcess &server, const QString &user)
@@ -239,30 +262,84 @@ private:
         const QByteArray content = body();
         QNetworkRequest request = m_bare->request(QStringLiteral("/api/1.0/messages"));
         request.setHeader(QNetworkRequest::ContentTypeHeader, ZVXMultipart().contentType());
-        ZVXDevClient::wait(m_bare->manager().post(request, content));
+        bareWait(m_bare->manager().post(request, content));
     }
 
-    void libraryPage()
+    // The body of \a reply, waited for as the library's calls are, so that both sides spin the
+    // same event loop.
+    static QByteArray bareWait(QNetworkReply *reply)
     {
+        waitUntil([reply] { return reply->isFinished(); });
+        const QByteArray body = reply->readAll();
+        reply->deleteLater();
+        return body;
+    }
+
+    // Milliseconds until the completion, and until the reply arrived on the main thread (the
+    // moment the session's network manager reports it finished).
+    std::pair<double, double> libraryPage()
+    {
+        QList<QMetaObject::Connection> watches;
+        QElapsedTimer timer;
+        double arrived = 0;
+        const ZVXURLSession *session
+            = ZuveroConnectionPrivate::get(m_reader->connection())->session;
+        for (QNetworkAccessManager *manager : session->findChildren<QNetworkAccessManager *>())
+            watches << QObject::connect(manager, &QNetworkAccessManager::finished,
+                                        [&] { arrived = elapsedMs(timer); });
         bool done = false;
+        timer.start();
         m_reader->connection()->loadMessageSinceDate(
             QDateTime(), HistoryPage,
-            [&](const std::optional<ZuveroChatMessageList> &, bool, const ZuveroError &) {
+            [&](const std::optional<ZuveroChatMessageList> &messages, bool, const ZuveroError &) {
+                m_sink = messages ? messages->size() : -1;
                 done = true;
             });
         waitUntil([&] { return done; });
+        const double total = elapsedMs(timer);
+        for (const QMetaObject::Connection &watch : watches)
+            QObject::disconnect(watch);
+        return {total, arrived > 0 ? arrived : total};
     }
 
-    void barePage()
+    std::pair<double, double> barePage()
     {
         ZVXDevClient &client = reader();
-        const QByteArray page
-            = ZVXDevClient::wait(client.manager().get(client.request(historyPath()))).body;
+        QElapsedTimer timer;
+        double arrived = 0;
+        timer.start();
+        QNetworkReply *reply = client.manager().get(client.request(historyPath()));
+        QObject::connect(reply, &QNetworkReply::finished, [&] { arrived = elapsedMs(timer); });
+        const QByteArray page = bareWait(reply);
         m_sink = QJsonDocument::fromJson(page)
                      .object()
                      .value(QLatin1String("messages"))
                      .toArray()
                      .size();
+        return {elapsedMs(timer), arrived};
+    }
+
+    // What handing the reply to a worker thread and the result back costs by itself: the session
+    // checks replies on a pool of one thread and posts their ends to the main thread. A pool's
+    // thread ends after some idle time, and the next reply then waits for a new one.
+    static Runs threadHops(int repetitions, bool startingThread)
+    {
+        Runs runs;
+        QThreadPool kept;
+        kept.setMaxThreadCount(1);
+        for (int i = 0; i < repetitions + 1; ++i) {
+            QThreadPool fresh;
+            QThreadPool &pool = startingThread ? fresh : kept;
+            pool.setMaxThreadCount(1);
+            QElapsedTimer timer;
+            timer.start();
+            std::atomic<bool> done = false;
+            pool.start([&done] { ZVXMainThread::async([&done] { done = true; }); });
+            waitUntil([&] { return done.load(); });
+            if (i > 0 || startingThread) // the kept pool's first hop starts its thread
+                runs << elapsedMs(timer);
+        }
+        return runs;
     }
 
     ZVXDevClient &reader()
@@ -273,7 +350,7 @@ private:
     }
 
     // curl sending the same bodies, every transfer of one run on one connection.
-    std::optional<double> curlSend(int repetitions)
+    std::optional<Runs> curlSend(int repetitions)
     {
         QTemporaryDir folder;
         QFile config(folder.filePath(QStringLiteral("curl.config")));
@@ -300,37 +377,14 @@ private:
         curl.start(QStringLiteral("curl"), {QStringLiteral("--config"), config.fileName()});
         if (!curl.waitForFinished(120000) || curl.exitCode() != 0)
             return std::nullopt;
-        QList<double> times;
+        Runs times;
         const QList<QByteArray> lines = curl.readAllStandardOutput().trimmed().split('\n');
         for (qsizetype i = 1; i < lines.size(); ++i) // the first pays for the handshake
             times << lines.at(i).toDouble() * 1000;
-        return median(times);
+        return times;
     }
 
-    std::optional<double> nagleSend()
-    {
-        ZVXDevServerProcess nagle(ZVXDevServerProcess::Log::ToFile);
-        if (!nagle.start(
-                {QStringLiteral("--api-secret"), SecretHex, QStringLiteral("--no-tcp-nodelay")}))
-            return std::nullopt;
-        QFile authority(nagle.authorityPath());
-        if (!authority.open(QIODevice::ReadOnly)
-            || ZuveroAddTrustedCertificateAuthorities(authority.readAll()) != 1)
-            return std::nullopt;
-        std::unique_ptr<Zuvero> zuvero(facade(nagle, QStringLiteral("bench-nagle")));
-        if (!zuvero)
-            return std::nullopt;
-        QList<double> times;
-        for (int i = 0; i < 8; ++i) {
-            QElapsedTimer timer;
-            timer.start();
-            librarySend(zuvero.get(), false);
-            times << elapsedMs(timer);
-        }
-        return median(times);
-    }
-
-    // The servers' request logs would bury the table.
+    // The server's request log would bury the table.
     ZVXDevServerProcess m_server{ZVXDevServerProcess::Log::ToFile};
     quint16 m_port = 0;
     std::unique_ptr<Zuvero> m_sender;

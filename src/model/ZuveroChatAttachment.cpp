@@ -1,24 +1,34 @@
 #include "ZuveroChatAttachment.h"
 
+#include "ZVXDictionaryForm.h"
 #include "ZVXJSON.h"
 #include "ZVXLogging.h"
 #include "ZVXModelValues.h"
 
 #include <QHash>
+#include <QJsonValue>
 
+#include <algorithm>
 #include <cmath>
 
 namespace {
 
-const QString UUIDKey = QStringLiteral("uuid");
-const QString ContentTypeKey = QStringLiteral("contentType");
-const QString PreviewURLKey = QStringLiteral("previewURL");
-const QString DataURLKey = QStringLiteral("dataURL");
-const QString DataKey = QStringLiteral("data");
-const QString LengthKey = QStringLiteral("length");
-const QString FilenameKey = QStringLiteral("filename");
-const QString IconKey = QStringLiteral("icon");
-const QString ImageSizeKey = QStringLiteral("imageSize");
+const ZVXDictionaryKey UUIDKey("uuid");
+const ZVXDictionaryKey ContentTypeKey("contentType");
+const ZVXDictionaryKey PreviewURLKey("previewURL");
+const ZVXDictionaryKey DataURLKey("dataURL");
+const ZVXDictionaryKey DataKey("data");
+const ZVXDictionaryKey LengthKey("length");
+const ZVXDictionaryKey FilenameKey("filename");
+const ZVXDictionaryKey IconKey("icon");
+const ZVXDictionaryKey ImageSizeKey("imageSize");
+
+bool isPlainURLCharacter(QChar c)
+{
+    const char16_t u = c.unicode();
+    return (u >= u'a' && u <= u'z') || (u >= u'A' && u <= u'Z') || (u >= u'0' && u <= u'9')
+        || u == u'-' || u == u'.' || u == u'_' || u == u'~' || u == u'/' || u == u':';
+}
 
 QUrl urlFrom(const QVariant &value)
 {
@@ -30,19 +40,33 @@ QUrl urlFrom(const QVariant &value)
         return QUrl();
     // QUrl keeps some characters as given ("#" inside a fragment) and compares them unequal to
     // their encoded form: read the encoded form, so that an address and its written copy are equal.
-    return QUrl::fromEncoded(url.toEncoded(), QUrl::StrictMode);
+    // An address made only of letters, digits, "-._~", "/" and ":" (the usual case), or one that
+    // is already its own encoded form, would read the same again: it needs no second parse.
+    if (std::all_of(text->cbegin(), text->cend(), isPlainURLCharacter))
+        return url;
+    const QString encoded = url.toString(QUrl::FullyEncoded);
+    return encoded == *text ? url : QUrl(encoded, QUrl::StrictMode);
 }
 
 // At least two numbers: width and height, read with single precision.
-QSizeF sizeFrom(const QVariant &value)
+template<typename Form>
+QSizeF sizeFrom(const typename Form::Value &value)
 {
-    if (value.metaType().id() != QMetaType::QVariantList)
+    const std::optional<typename Form::Array> numbers = Form::array(value);
+    if (!numbers)
         return QSizeF(0, 0);
-    const QVariantList numbers = value.toList();
-    if (numbers.size() < 2)
+    double sides[2] = {0, 0};
+    int found = 0;
+    for (qsizetype i = 0; i < numbers->size() && found < 2; ++i) {
+        const typename Form::Value &number = numbers->at(i);
+        if (Form::skipped(number))
+            continue;
+        sides[found++] = Form::variant(number).toDouble();
+    }
+    if (found < 2)
         return QSizeF(0, 0);
-    const float width = float(numbers.at(0).toDouble());
-    const float height = float(numbers.at(1).toDouble());
+    const float width = float(sides[0]);
+    const float height = float(sides[1]);
     // Beyond single precision a size becomes infinite, which no dictionary could hold again.
     if (!std::isfinite(width) || !std::isfinite(height))
         return QSizeF(0, 0);
@@ -72,62 +96,83 @@ ZuveroChatAttachmentPtr ZuveroChatAttachment::initWithImage(const ZuveroImagePtr
     return attachment;
 }
 
-ZuveroChatAttachmentPtr ZuveroChatAttachment::initWithPropertyList(const QVariant &propertyList)
+template<typename Form>
+ZuveroChatAttachmentPtr
+ZuveroChatAttachment::fromPropertyList(const typename Form::Value &propertyList)
 {
-    if (propertyList.metaType().id() != QMetaType::QVariantMap) {
+    const std::optional<typename Form::Object> dictionary = Form::object(propertyList);
+    if (!dictionary) {
+        const QVariant value = Form::variant(propertyList);
         ZVXLog(QStringLiteral("ZuveroChatAttachment: property list is not a dictionary: %1 %2")
-                   .arg(ZVXJSON::typeName(propertyList), ZVXJSON::describe(propertyList)));
+                   .arg(ZVXJSON::typeName(value), ZVXJSON::describe(value)));
         return nullptr;
     }
-    const QVariantMap dictionary = propertyList.toMap();
-    const std::optional<QString> uuid = ZVXModelValues::text(dictionary.value(UUIDKey));
+    ZVXDictionaryMembers<Form> members(*dictionary);
+    const auto value
+        = [&members](const ZVXDictionaryKey &key) { return Form::variant(members[key]); };
+    const std::optional<QString> uuid = ZVXModelValues::text(value(UUIDKey));
     if (!uuid) {
         ZVXLog(QStringLiteral("ZuveroChatAttachment: missing 'uuid' value in property list: %1")
-                   .arg(ZVXJSON::describe(dictionary)));
+                   .arg(ZVXJSON::describe(Form::variant(*dictionary))));
         return nullptr;
     }
-    const std::optional<QString> contentType
-        = ZVXModelValues::text(dictionary.value(ContentTypeKey));
+    const std::optional<QString> contentType = ZVXModelValues::text(value(ContentTypeKey));
     if (!contentType) {
         ZVXLog(
             QStringLiteral("ZuveroChatAttachment: missing 'contentType' value in property list: %1")
-                .arg(ZVXJSON::describe(dictionary)));
+                .arg(ZVXJSON::describe(Form::variant(*dictionary))));
         return nullptr;
     }
 
-    auto attachment = std::make_shared<ZuveroChatAttachment>();
+    auto attachment = std::make_shared<ZuveroChatAttachment>(Unidentified{});
     attachment->m_uuid = *uuid;
     attachment->m_contentType = contentType;
-    attachment->m_previewURL = urlFrom(dictionary.value(PreviewURLKey));
-    attachment->m_dataURL = urlFrom(dictionary.value(DataURLKey));
-    const QVariant data = dictionary.value(DataKey);
+    attachment->m_previewURL = urlFrom(value(PreviewURLKey));
+    attachment->m_dataURL = urlFrom(value(DataURLKey));
+    const QVariant data = value(DataKey);
     if (data.metaType().id() == QMetaType::QByteArray)
         attachment->m_data = data.toByteArray();
-    attachment->m_length = ZVXModelValues::count(dictionary.value(LengthKey));
-    attachment->m_filename
-        = ZVXModelValues::text(dictionary.value(FilenameKey)).value_or(QStringLiteral(""));
+    attachment->m_length = ZVXModelValues::count(value(LengthKey));
+    attachment->m_filename = ZVXModelValues::text(value(FilenameKey)).value_or(QStringLiteral(""));
     attachment->m_icon = attachment->iconForContentType();
-    attachment->m_imageSize = sizeFrom(dictionary.value(ImageSizeKey));
+    attachment->m_imageSize = sizeFrom<Form>(members[ImageSizeKey]);
     return attachment;
 }
+
+ZuveroChatAttachmentPtr ZuveroChatAttachment::initWithPropertyList(const QVariant &propertyList)
+{
+    return fromPropertyList<ZVXVariantForm>(propertyList);
+}
+
+ZuveroChatAttachmentPtr ZuveroChatAttachment::initWithJSON(const QJsonValue &propertyList)
+{
+    return fromPropertyList<ZVXJSONForm>(QCborValue::fromJsonValue(propertyList));
+}
+
+// A message reads its attachments in the shape it is read in.
+template ZuveroChatAttachmentPtr
+ZuveroChatAttachment::fromPropertyList<ZVXVariantForm>(const QVariant &propertyList);
+template ZuveroChatAttachmentPtr
+ZuveroChatAttachment::fromPropertyList<ZVXJSONForm>(const QCborValue &propertyList);
 
 QVariantMap ZuveroChatAttachment::propertyList() const
 {
     QVariantMap dictionary;
-    dictionary.insert(UUIDKey, m_uuid);
-    dictionary.insert(ContentTypeKey,
+    dictionary.insert(UUIDKey.text, m_uuid);
+    dictionary.insert(ContentTypeKey.text,
                       m_contentType.value_or(QStringLiteral("application/octet-stream")));
     if (m_previewURL.isValid())
-        dictionary.insert(PreviewURLKey, m_previewURL.toString(QUrl::FullyEncoded));
+        dictionary.insert(PreviewURLKey.text, m_previewURL.toString(QUrl::FullyEncoded));
     if (m_dataURL.isValid())
-        dictionary.insert(DataURLKey, m_dataURL.toString(QUrl::FullyEncoded));
+        dictionary.insert(DataURLKey.text, m_dataURL.toString(QUrl::FullyEncoded));
     if (m_length != 0)
-        dictionary.insert(LengthKey, m_length);
+        dictionary.insert(LengthKey.text, m_length);
     if (m_filename)
-        dictionary.insert(FilenameKey, *m_filename);
-    dictionary.insert(IconKey, iconForContentType());
+        dictionary.insert(FilenameKey.text, *m_filename);
+    dictionary.insert(IconKey.text, iconForContentType());
     if (!m_imageSize.isNull())
-        dictionary.insert(ImageSizeKey, QVariantList{m_imageSize.width(), m_imageSize.height()});
+        dictionary.insert(ImageSizeKey.text,
+                          QVariantList{m_imageSize.width(), m_imageSize.height()});
     return dictionary;
 }
 

@@ -6,6 +6,7 @@
 #include <QUrl>
 #include <QVariantMap>
 
+class QJsonValue;
 class ZuveroChatAttachment;
 using ZuveroChatAttachmentPtr = std::shared_ptr<ZuveroChatAttachment>;
 
@@ -20,15 +21,22 @@ using ZuveroChatAttachmentPtr = std::shared_ptr<ZuveroChatAttachment>;
 */
 class ZUVERO_EXPORT ZuveroChatAttachment
 {
+    struct Unidentified
+    { };
+
 public:
     //! An empty attachment with a fresh identifier.
     ZuveroChatAttachment();
+    //! The same without an identifier, for the readers that set one at once.
+    explicit ZuveroChatAttachment(Unidentified) { }
 
     static ZuveroChatAttachmentPtr init();
     //! An attachment for a picked picture; nothing without one.
     static ZuveroChatAttachmentPtr initWithImage(const ZuveroImagePtr &image);
     //! From the dictionary form; nothing, and one log line, when it is not usable.
     static ZuveroChatAttachmentPtr initWithPropertyList(const QVariant &propertyList);
+    //! From the dictionary form as JSON, read by the same rules; a JSON null reads as absent.
+    static ZuveroChatAttachmentPtr initWithJSON(const QJsonValue &propertyList);
 
     QVariantMap propertyList() const;
 
@@ -81,6 +89,9 @@ public:
     size_t hash() const;
 
 private:
+    friend class ZuveroChatMessage;
+    template<typename Form>
+    static ZuveroChatAttachmentPtr fromPropertyList(const typename Form::Value &propertyList);
     bool contentTypeIsOneOf(std::initializer_list<const char *> types) const;
 
     QString m_uuid;

@@ -1,6 +1,7 @@
 #include "ZuveroChatMessage.h"
 
 #include "ZVXClock.h"
+#include "ZVXDictionaryForm.h"
 #include "ZVXJSON.h"
 #include "ZVXLogging.h"
 #include "ZVXModelValues.h"
@@ -8,17 +9,18 @@
 #include "ZuveroException.h"
 
 #include <QHash>
+#include <QJsonValue>
 
 namespace {
 
-const QString UUIDKey = QStringLiteral("uuid");
-const QString SenderKey = QStringLiteral("sender");
-const QString TextKey = QStringLiteral("text");
-const QString UserNameKey = QStringLiteral("userName");
-const QString DateKey = QStringLiteral("date");
-const QString LocationKey = QStringLiteral("location");
-const QString OfflineKey = QStringLiteral("offline");
-const QString AttachmentsKey = QStringLiteral("attachments");
+const ZVXDictionaryKey UUIDKey("uuid");
+const ZVXDictionaryKey SenderKey("sender");
+const ZVXDictionaryKey TextKey("text");
+const ZVXDictionaryKey UserNameKey("userName");
+const ZVXDictionaryKey DateKey("date");
+const ZVXDictionaryKey LocationKey("location");
+const ZVXDictionaryKey OfflineKey("offline");
+const ZVXDictionaryKey AttachmentsKey("attachments");
 
 bool isKnownSender(const QString &sender)
 {
@@ -140,24 +142,29 @@ ZuveroChatMessagePtr ZuveroChatMessage::initWithSystemText(const std::optional<Q
     return message;
 }
 
-ZuveroChatMessagePtr ZuveroChatMessage::initWithPropertyList(const QVariant &propertyList)
+template<typename Form>
+ZuveroChatMessagePtr ZuveroChatMessage::fromPropertyList(const typename Form::Value &propertyList)
 {
-    if (propertyList.metaType().id() != QMetaType::QVariantMap) {
+    const std::optional<typename Form::Object> dictionary = Form::object(propertyList);
+    if (!dictionary) {
+        const QVariant value = Form::variant(propertyList);
         ZVXLog(QStringLiteral("ZuveroChatMessage: property list is not a dictionary: %1 %2")
-                   .arg(ZVXJSON::typeName(propertyList), ZVXJSON::describe(propertyList)));
+                   .arg(ZVXJSON::typeName(value), ZVXJSON::describe(value)));
         return nullptr;
     }
-    const QVariantMap dictionary = propertyList.toMap();
-    const std::optional<QString> uuid = identifierFrom(dictionary.value(UUIDKey));
+    ZVXDictionaryMembers<Form> members(*dictionary);
+    const auto value
+        = [&members](const ZVXDictionaryKey &key) { return Form::variant(members[key]); };
+    const std::optional<QString> uuid = identifierFrom(value(UUIDKey));
     if (!uuid) {
         ZVXLog(QStringLiteral("ZuveroChatMessage: missing 'uuid' value in property list: %1")
-                   .arg(ZVXJSON::describe(dictionary)));
+                   .arg(ZVXJSON::describe(Form::variant(*dictionary))));
         return nullptr;
     }
-    const QVariant sender = dictionary.value(SenderKey);
+    const QVariant sender = value(SenderKey);
     if (!sender.isValid() || ZuveroIsJSONNull(sender)) {
         ZVXLog(QStringLiteral("ZuveroChatMessage: missing 'sender' value in property list: %1")
-                   .arg(ZVXJSON::describe(dictionary)));
+                   .arg(ZVXJSON::describe(Form::variant(*dictionary))));
         return nullptr;
     }
     const std::optional<QString> senderText = ZVXModelValues::text(sender);
@@ -167,25 +174,40 @@ ZuveroChatMessagePtr ZuveroChatMessage::initWithPropertyList(const QVariant &pro
         return nullptr;
     }
 
-    auto message = init();
+    // The identifier a new message would draw is overwritten at once: none is drawn. The members
+    // every entry has come first, those that only some have last.
+    auto message = std::make_shared<ZuveroChatMessage>(Unidentified{});
     message->m_uuid = *uuid;
     message->m_sender = *senderText;
-    message->m_text = ZVXModelValues::text(dictionary.value(TextKey));
-    message->m_userName = ZVXModelValues::text(dictionary.value(UserNameKey));
-    message->m_isOffline = ZVXModelValues::flag(dictionary.value(OfflineKey));
-    message->m_location = locationFrom(dictionary.value(LocationKey));
-    message->m_date = ZVXModelValues::date(dictionary.value(DateKey));
+    message->m_text = ZVXModelValues::text(value(TextKey));
+    message->m_date = ZVXModelValues::date(value(DateKey));
+    message->m_isOffline = ZVXModelValues::flag(value(OfflineKey));
+    message->m_userName = ZVXModelValues::text(value(UserNameKey));
+    message->m_location = locationFrom(value(LocationKey));
     // A broken attachment is dropped (it logs why); the message keeps the others.
     ZuveroChatAttachmentList attachments;
-    const QVariant list = dictionary.value(AttachmentsKey);
-    if (list.metaType().id() == QMetaType::QVariantList) {
-        for (const QVariant &entry : list.toList()) {
-            if (auto attachment = ZuveroChatAttachment::initWithPropertyList(entry))
+    if (const auto list = Form::array(members[AttachmentsKey])) {
+        attachments.reserve(list->size());
+        for (qsizetype i = 0; i < list->size(); ++i) {
+            const typename Form::Value &entry = list->at(i);
+            if (Form::skipped(entry))
+                continue;
+            if (auto attachment = ZuveroChatAttachment::fromPropertyList<Form>(entry))
                 attachments.append(attachment);
         }
     }
     message->m_attachments = attachments;
     return message;
+}
+
+ZuveroChatMessagePtr ZuveroChatMessage::initWithPropertyList(const QVariant &propertyList)
+{
+    return fromPropertyList<ZVXVariantForm>(propertyList);
+}
+
+ZuveroChatMessagePtr ZuveroChatMessage::initWithJSON(const QJsonValue &propertyList)
+{
+    return fromPropertyList<ZVXJSONForm>(QCborValue::fromJsonValue(propertyList));
 }
 
 ZuveroChatMessagePtr
@@ -202,7 +224,7 @@ ZuveroChatMessage::initWithRemoteNotificationPayload(const QVariantMap &payload)
     // Other kinds of notification are not messages: refused without a word.
     if (data.value(QStringLiteral("t")) != QVariant(QStringLiteral("m")))
         return nullptr;
-    const std::optional<QString> uuid = identifierFrom(data.value(UUIDKey));
+    const std::optional<QString> uuid = identifierFrom(data.value(UUIDKey.text));
     if (!uuid) {
         ZVXLog(QStringLiteral(
                    "ZuveroChatMessage: missing 'uuid' value in remote notification payload: %1")
@@ -246,23 +268,23 @@ QVariantMap ZuveroChatMessage::propertyList() const
 {
     QVariantMap dictionary;
     if (!m_uuid.isNull())
-        dictionary.insert(UUIDKey, m_uuid);
+        dictionary.insert(UUIDKey.text, m_uuid);
     if (!m_sender.isNull())
-        dictionary.insert(SenderKey, m_sender);
+        dictionary.insert(SenderKey.text, m_sender);
     if (m_text)
-        dictionary.insert(TextKey, *m_text);
+        dictionary.insert(TextKey.text, *m_text);
     if (m_userName)
-        dictionary.insert(UserNameKey, *m_userName);
+        dictionary.insert(UserNameKey.text, *m_userName);
     if (m_date.isValid())
-        dictionary.insert(DateKey, ZVXModelValues::wholeSeconds(m_date));
+        dictionary.insert(DateKey.text, ZVXModelValues::wholeSeconds(m_date));
     if (m_location)
-        dictionary.insert(LocationKey, *m_location);
-    dictionary.insert(OfflineKey, m_isOffline);
+        dictionary.insert(LocationKey.text, *m_location);
+    dictionary.insert(OfflineKey.text, m_isOffline);
     if (m_attachments && !m_attachments->isEmpty()) {
         QVariantList attachments;
         for (const ZuveroChatAttachmentPtr &attachment : *m_attachments)
             attachments.append(attachment->propertyList());
-        dictionary.insert(AttachmentsKey, attachments);
+        dictionary.insert(AttachmentsKey.text, attachments);
     }
     return dictionary;
 }

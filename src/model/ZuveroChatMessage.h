@@ -6,6 +6,8 @@
 #include <QList>
 #include <QVariantMap>
 
+class QJsonValue;
+
 inline constexpr QLatin1String ZuveroChatMessageSenderUser{"user"};
 inline constexpr QLatin1String ZuveroChatMessageSenderAgent{"agent"};
 inline constexpr QLatin1String ZuveroChatMessageSenderSystem{"system"};
@@ -30,9 +32,14 @@ using ZuveroChatAttachmentList = QList<ZuveroChatAttachmentPtr>;
 */
 class ZUVERO_EXPORT ZuveroChatMessage
 {
+    struct Unidentified
+    { };
+
 public:
     //! A message with a fresh lower-case identifier, fully uploaded, and nothing else.
     ZuveroChatMessage();
+    //! The same without an identifier, for the readers that set one at once.
+    explicit ZuveroChatMessage(Unidentified) { }
 
     static ZuveroChatMessagePtr init();
     //! A user's message written now.
@@ -51,6 +58,11 @@ public:
     static ZuveroChatMessagePtr initWithSystemText(const std::optional<QString> &text);
     //! From the dictionary form; nothing, and one log line, when it is not usable.
     static ZuveroChatMessagePtr initWithPropertyList(const QVariant &propertyList);
+    /*!
+        From the dictionary form as JSON (an entry of the server's message
+        list), read by the same rules; a JSON null reads as an absent value.
+    */
+    static ZuveroChatMessagePtr initWithJSON(const QJsonValue &propertyList);
     /*!
         From a push payload whose "appdata" describes a message; nothing for
         a payload of another kind (silently) or a malformed one (with a log line).
@@ -116,6 +128,8 @@ public:
 
 private:
     static ZuveroChatMessagePtr userMessage();
+    template<typename Form>
+    static ZuveroChatMessagePtr fromPropertyList(const typename Form::Value &propertyList);
 
     QString m_uuid;
     QString m_sender;

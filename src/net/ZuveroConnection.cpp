@@ -401,8 +401,7 @@ ZuveroChatMessageList ZuveroConnectionPrivate::messagesFromReply(const QJsonObje
     const QJsonArray list = reply.value(QLatin1String("messages")).toArray();
     messages.reserve(list.size());
     for (const QJsonValue &entry : list) {
-        if (ZuveroChatMessagePtr message = ZuveroChatMessage::initWithPropertyList(
-                ZuveroSkipNSNullRecursively(entry.toVariant())))
+        if (ZuveroChatMessagePtr message = ZuveroChatMessage::initWithJSON(entry))
             messages.append(message);
     }
     return messages;

@@ -32,6 +32,7 @@ private Q_SLOTS:
     void newCopiesReplaceAndDatesOrder();
     void equalDates();
     void existingOutOfOrder();
+    void manyEqualDatesKeepTheirOrder();
     void missingIdentifiersShareOne();
     void savingKeepsTheNewestWithoutWelcome();
 };
@@ -70,6 +71,30 @@ void TestConversation::existingOutOfOrder()
     const auto fresh = message("n", 4, "new");
     QCOMPARE(texts(ZVXConversation::combineExistingMessages({late, tieA, early, tieB}, {fresh})),
              QLatin1String("early a b new late"));
+}
+
+void TestConversation::manyEqualDatesKeepTheirOrder()
+{
+    // Long enough runs of equal dates, in both lists out of date order, that a sort which is not
+    // stable reorders them: each date must hold the existing messages, then the new ones, each in
+    // the order of its own list.
+    ZuveroChatMessageList existing, fresh;
+    for (int i = 0; i < 60; ++i) {
+        const QByteArray e = "e" + QByteArray::number(i), n = "n" + QByteArray::number(i);
+        existing << message(e.constData(), 1 + i % 3, e.constData());
+        fresh << message(n.constData(), 1 + (i * 7 + i / 5) % 3, n.constData());
+    }
+    QStringList expected;
+    for (int minute = 1; minute <= 3; ++minute) {
+        for (const ZuveroChatMessageList &list : {existing, fresh}) {
+            for (const auto &m : list) {
+                if (m->date().time().minute() == minute)
+                    expected << *m->text();
+            }
+        }
+    }
+    QCOMPARE(texts(ZVXConversation::combineExistingMessages(existing, fresh)),
+             expected.join(QLatin1Char(' ')));
 }
 
 void TestConversation::missingIdentifiersShareOne()

@@ -250,6 +250,9 @@ ZVXURLSession::ZVXURLSession(const ZVXURLSessionConfiguration &configuration, QO
     if (configuration.urlCacheMemoryCapacity > 0)
         d->cache = std::make_unique<ZVXURLCache>(configuration.urlCacheMemoryCapacity);
     d->checks.setMaxThreadCount(1);
+    // The checking thread stays: otherwise, after 30 s without a reply (a poll interval longer
+    // than that), every reply would wait for a thread to start.
+    d->checks.setExpiryTimeout(-1);
 }
 
 ZVXURLSession::~ZVXURLSession()

@@ -52,7 +52,9 @@ QString describe(const ZuveroChatMessagePtr &message)
               .arg(message->text() ? *message->text() : QStringLiteral("none"),
                    message->userName() ? *message->userName() : QStringLiteral("none"))
               .arg(message->uploadProgress());
-    for (const ZuveroChatAttachmentPtr &attachment : message->attachments().value())
+    const ZuveroChatAttachmentList attachments
+        = message->attachments().value_or(ZuveroChatAttachmentList());
+    for (const ZuveroChatAttachmentPtr &attachment : attachments)
         text += QLatin1Char('\n') + describe(attachment);
     return text;
 }

@@ -225,17 +225,15 @@ void TestFacade::requestsAndBodies()
     QCOMPARE(fileRequest.url().query(QUrl::FullyEncoded), QStringLiteral("a=1&jwt=") + token);
     QVERIFY(fileRequest.valueForHTTPHeaderField("X-ZVL-JWT").isEmpty());
 
-    // The listing keeps its trailing "&"; the read mark names the latest whole second.
-    QCOMPARE(ZuveroConnectionPrivate::messagesPath({}, {}, 0), QStringLiteral("/messages?"));
-    QCOMPARE(
-        ZuveroConnectionPrivate::messagesPath(QDateTime::fromSecsSinceEpoch(10, Qt::UTC), {}, 0),
-        QStringLiteral("/messages?since=10&"));
+    // The read mark names the latest whole second of its messages (the queries and the bodies
+    // themselves are pinned by the wire fixtures).
     auto late = ZuveroChatMessage::init(), early = ZuveroChatMessage::init();
     late->setDate(QDateTime::fromMSecsSinceEpoch(1000900, Qt::UTC));
     early->setDate(QDateTime::fromMSecsSinceEpoch(999000, Qt::UTC));
-    const QVariantMap mark = ZuveroConnectionPrivate::markBody({early, late});
-    QCOMPARE(mark.value(QStringLiteral("lastReadMessageDate")).toLongLong(), 1000);
-    QCOMPARE(mark.value(QStringLiteral("readMessageUUIDs")).toList().size(), 2);
+    QCOMPARE(ZuveroConnectionPrivate::markBody({late, early})
+                 .value(QStringLiteral("lastReadMessageDate"))
+                 .toLongLong(),
+             1000);
 }
 
 void TestFacade::oldCacheFilesAreRemoved()

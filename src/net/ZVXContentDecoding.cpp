@@ -6,7 +6,8 @@ namespace {
 
 enum class Format { GzipOrZlib, RawDeflate };
 
-std::optional<QByteArray> inflateBody(const QByteArray &body, Format format, qsizetype limit)
+std::optional<QByteArray> inflateBody(const QByteArray &body, Format format, qsizetype limit,
+                                      bool *exceeded)
 {
     z_stream stream{};
     // 15 + 32 reads a gzip or a zlib header; -15 reads a bare deflate stream.
@@ -27,6 +28,8 @@ std::optional<QByteArray> inflateBody(const QByteArray &body, Format format, qsi
             break;
         out.append(chunk, qsizetype(sizeof chunk - stream.avail_out));
         if (out.size() > limit) {
+            if (exceeded)
+                *exceeded = true;
             status = Z_MEM_ERROR;
             break;
         }
@@ -56,18 +59,20 @@ std::optional<QByteArray> inflateBody(const QByteArray &body, Format format, qsi
 namespace ZVXContentDecoding {
 
 std::optional<QByteArray> decode(const QByteArray &contentEncoding, const QByteArray &body,
-                                 qsizetype limit)
+                                 qsizetype limit, bool *exceeded)
 {
+    if (exceeded)
+        *exceeded = false;
     const QByteArray encoding = contentEncoding.trimmed().toLower();
     if (encoding.isEmpty() || encoding == "identity" || body.isEmpty())
         return body;
     if (encoding == "gzip" || encoding == "x-gzip")
-        return inflateBody(body, Format::GzipOrZlib, limit);
+        return inflateBody(body, Format::GzipOrZlib, limit, exceeded);
     if (encoding == "deflate") {
         // "deflate" is zlib-wrapped by the standard, bare in some servers.
-        if (auto decoded = inflateBody(body, Format::GzipOrZlib, limit))
+        if (auto decoded = inflateBody(body, Format::GzipOrZlib, limit, exceeded))
             return decoded;
-        return inflateBody(body, Format::RawDeflate, limit);
+        return inflateBody(body, Format::RawDeflate, limit, exceeded);
     }
     return std::nullopt;
 }

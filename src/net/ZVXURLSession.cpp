@@ -2,18 +2,17 @@
 
 #include "ZVXClock.h"
 #include "ZVXContentDecoding.h"
+#include "ZVXHTTPConnection.h"
 #include "ZVXLogging.h"
 #include "ZVXMainThread.h"
 #include "ZVXURLCache.h"
 #include "ZuveroCertificateAuthorities_p.h"
 
 #include <QHash>
-#include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QPointer>
 #include <QThreadPool>
 
-#include <cstring>
 #include <deque>
 
 using namespace std::chrono_literals;
@@ -23,7 +22,7 @@ using WeakTask = std::weak_ptr<ZVXURLSessionTask>;
 
 namespace {
 
-ZuveroError transportError(QNetworkReply::NetworkError code, const QString &description)
+ZuveroError transportError(qint64 code, const QString &description)
 {
     return ZuveroError::withDescription(ZuveroURLErrorDomain, code, description);
 }
@@ -40,16 +39,6 @@ QString describe(QNetworkReply::NetworkError code)
     }
 }
 
-// Qt turns these HTTP statuses into errors; for us a server that answered is no transport failure.
-bool isHTTPStatusError(QNetworkReply::NetworkError code)
-{
-    return (code >= QNetworkReply::ContentAccessDenied
-            && code <= QNetworkReply::UnknownContentError)
-        || code == QNetworkReply::ProtocolInvalidOperationError
-        || (code >= QNetworkReply::InternalServerError
-            && code <= QNetworkReply::UnknownServerError);
-}
-
 QString hostKey(const QUrl &url)
 {
     const QString scheme = url.scheme().toLower();
@@ -64,21 +53,30 @@ bool forbidsStoring(const ZVXURLResponse &response)
 }
 
 // Off the main thread: decodes what Qt left encoded and keeps cacheable replies.
-void prepareResult(ZVXURLSessionResult &result, const ZVXURLRequest &request, ZVXURLCache *cache)
+void prepareResult(ZVXURLSessionResult &result, const ZVXURLRequest &request, ZVXURLCache *cache,
+                   qint64 limit)
 {
     if (!result.data || !result.response)
         return;
-    // Qt decodes by itself only when it chose "Accept-Encoding".
-    if (!request.valueForHTTPHeaderField("Accept-Encoding").isEmpty()) {
-        const QByteArray encoding = result.response->valueForHTTPHeaderField("Content-Encoding");
-        std::optional<QByteArray> decoded = ZVXContentDecoding::decode(encoding, *result.data);
+    // Whatever the request asked for: a body is usable only decoded.
+    if (const QByteArray encoding = result.response->valueForHTTPHeaderField("Content-Encoding");
+        !encoding.isEmpty()) {
+        bool exceeded = false;
+        std::optional<QByteArray> decoded
+            = ZVXContentDecoding::decode(encoding, *result.data, qsizetype(limit), &exceeded);
         if (!decoded) {
-            ZVXLogError(QStringLiteral("ZVXURLSession: cannot decode a %1 byte reply in \"%2\".")
-                            .arg(result.data->size())
-                            .arg(QString::fromLatin1(encoding)));
+            ZVXLogError(
+                QStringLiteral("ZVXURLSession: cannot decode a %1 byte reply in \"%2\"%3.")
+                    .arg(result.data->size())
+                    .arg(QString::fromLatin1(encoding),
+                         exceeded ? QStringLiteral(" within %1 bytes").arg(limit) : QString()));
             result.data.reset();
-            result.error = transportError(QNetworkReply::ProtocolFailure,
-                                          QStringLiteral("The reply's body could not be decoded."));
+            result.error = exceeded
+                ? transportError(
+                    ZuveroURLErrorReplyTooLarge,
+                    QStringLiteral("The reply decodes to more than %1 bytes.").arg(limit))
+                : transportError(QNetworkReply::ProtocolFailure,
+                                 QStringLiteral("The reply's body could not be decoded."));
             return;
         }
         result.data = std::move(decoded);
@@ -88,52 +86,13 @@ void prepareResult(ZVXURLSessionResult &result, const ZVXURLRequest &request, ZV
         cache->storeCachedResponse({*result.response, *result.data}, request.url());
 }
 
-/*
-    A request body that can be read once. Qt sends a request again by itself when the server
-    closes the connection before answering it, and for a body it can rewind it does so silently:
-    an upload the server had already taken would arrive twice, with the client none the wiser.
-    Given a body it cannot rewind, Qt reports the failure instead, and whether to send again is
-    decided where every retry is decided, in the offline queue.
-*/
-class OneShotBody final : public QIODevice
-{
-public:
-    OneShotBody(const QByteArray &body, QObject *parent)
-        : QIODevice(parent)
-        , m_body(body)
-    {
-        open(QIODevice::ReadOnly);
-    }
-
-    bool isSequential() const override { return true; }
-    qint64 bytesAvailable() const override
-    {
-        return m_body.size() - m_position + QIODevice::bytesAvailable();
-    }
-    bool reset() override { return false; }
-
-protected:
-    qint64 readData(char *data, qint64 maxSize) override
-    {
-        const qint64 count = std::min(maxSize, qint64(m_body.size()) - m_position);
-        std::memcpy(data, m_body.constData() + m_position, size_t(count));
-        m_position += count;
-        return count;
-    }
-    qint64 writeData(const char *, qint64) override { return -1; }
-
-private:
-    const QByteArray m_body;
-    qint64 m_position = 0;
-};
-
 void deliver(QThreadPool &pool, ZVXURLSession::ReplyCheck check, ZVXURLSessionResult result,
-             const ZVXURLRequest &request, ZVXURLCache *cache, bool fromNetwork)
+             const ZVXURLRequest &request, ZVXURLCache *cache, bool fromNetwork, qint64 limit)
 {
-    pool.start([check = std::move(check), result = std::move(result), request, cache,
-                fromNetwork]() mutable {
+    pool.start([check = std::move(check), result = std::move(result), request, cache, fromNetwork,
+                limit]() mutable {
         if (fromNetwork)
-            prepareResult(result, request, cache);
+            prepareResult(result, request, cache, limit);
         if (!check)
             return;
         if (ZVXURLSession::Completion step = check(result))
@@ -157,6 +116,7 @@ ZVXURLSessionConfiguration ZVXURLSessionConfiguration::fileConfiguration()
 {
     ZVXURLSessionConfiguration configuration;
     configuration.httpMaximumConnectionsPerHost = 4;
+    configuration.maximumReplySize = 64 * 1024 * 1024;
     configuration.requestCachePolicy = ZVXURLRequest::CachePolicy::ReturnCacheDataElseLoad;
     configuration.urlCacheMemoryCapacity = 4 * 1024 * 1024;
     return configuration;
@@ -172,11 +132,10 @@ struct ZVXURLSessionTask::Private
     ZVXURLSession::ReplyCheck check;
     State state = State::Suspended;
     QString hostKey;
-    QPointer<QNetworkReply> reply;
-    QNetworkAccessManager *manager = nullptr;
+    QPointer<ZVXHTTPConnection> connection;
     QDateTime lastActivity;
-    // Why we aborted the reply ourselves: a time-out or a cancellation.
-    std::optional<QNetworkReply::NetworkError> endReason;
+    // A request without a body is sent again once when a kept connection turns out closed.
+    bool sentAgain = false;
 };
 
 ZVXURLSessionTask::ZVXURLSessionTask(std::unique_ptr<Private> d)
@@ -214,10 +173,10 @@ struct ZVXURLSession::Private
     ZVXURLSessionConfiguration configuration;
     std::unique_ptr<ZVXURLCache> cache;
 
-    QNetworkAccessManager *manager = nullptr;
-    quint64 trustGeneration = 0;
+    // Connections kept open between exchanges, by host; all made with this trust setup.
+    QHash<QString, QList<QPointer<ZVXHTTPConnection>>> idle;
+    std::optional<quint64> trustGeneration;
     QSslConfiguration sslConfiguration;
-    QHash<QNetworkAccessManager *, int> repliesPerManager;
 
     // Resumed and not yet ended; the session keeps them alive.
     QHash<ZVXURLSessionTask *, TaskPointer> active;
@@ -231,12 +190,14 @@ struct ZVXURLSession::Private
     void enqueue(const TaskPointer &task);
     void startWaiting(const QString &key);
     void start(const TaskPointer &task);
-    void replyFinished(const TaskPointer &task);
+    void exchangeFinished(const TaskPointer &task, const ZVXURLSessionResult &result,
+                          bool closedBeforeAnswer);
     void end(const TaskPointer &task, ZVXURLSessionResult result, bool fromNetwork);
     void stop(const TaskPointer &task, QNetworkReply::NetworkError reason);
     void scheduleIdleCheck(const WeakTask &task, std::chrono::milliseconds delay);
-    QNetworkAccessManager *currentManager();
-    void releaseManager(QNetworkAccessManager *manager);
+    //! A kept connection to the task's host, or a new one, for the current trust setup.
+    ZVXHTTPConnection *connectionFor(const ZVXURLRequest &request, const QString &key, bool fresh);
+    void keep(ZVXHTTPConnection *connection, const QString &key);
 };
 
 ZVXURLSession::ZVXURLSession(const ZVXURLSessionConfiguration &configuration, QObject *parent)
@@ -262,9 +223,9 @@ ZVXURLSession::~ZVXURLSession()
     for (const TaskPointer &task : tasks)
         d->stop(task, QNetworkReply::OperationCanceledError);
     d->checks.waitForDone();
-    // The managers go before the state their replies' handlers use.
-    const QList<QNetworkAccessManager *> managers = findChildren<QNetworkAccessManager *>();
-    qDeleteAll(managers);
+    // The connections go before the state their handlers use.
+    const QList<ZVXHTTPConnection *> connections = findChildren<ZVXHTTPConnection *>();
+    qDeleteAll(connections);
 }
 
 ZVXURLSessionConfiguration ZVXURLSession::configuration() const
@@ -275,6 +236,11 @@ ZVXURLSessionConfiguration ZVXURLSession::configuration() const
 ZVXURLCache *ZVXURLSession::urlCache() const
 {
     return d->cache.get();
+}
+
+void ZVXURLSession::setMaximumReplySize(qint64 bytes)
+{
+    d->configuration.maximumReplySize = bytes;
 }
 
 std::shared_ptr<ZVXURLSessionTask> ZVXURLSession::dataTask(const ZVXURLRequest &request,
@@ -318,7 +284,7 @@ void ZVXURLSessionTask::endUnstarted()
     deliver(d->session ? d->session->d->checks : *QThreadPool::globalInstance(),
             std::move(d->check),
             {std::nullopt, std::nullopt, transportError(reason, describe(reason))}, d->request,
-            nullptr, false);
+            nullptr, false, 0);
 }
 
 void ZVXURLSession::Private::enqueue(const TaskPointer &task)
@@ -330,7 +296,7 @@ void ZVXURLSession::Private::enqueue(const TaskPointer &task)
         if (std::optional<ZVXCachedURLResponse> cached = cache->cachedResponse(request.url())) {
             task->d->state = ZVXURLSessionTask::State::Completed;
             deliver(checks, std::move(task->d->check), {cached->data, cached->response, {}},
-                    request, nullptr, false);
+                    request, nullptr, false, 0);
             return;
         }
     }
@@ -365,63 +331,80 @@ void ZVXURLSession::Private::startWaiting(const QString &key)
 void ZVXURLSession::Private::start(const TaskPointer &task)
 {
     const ZVXURLRequest &request = task->d->request;
-    QNetworkAccessManager *network = currentManager();
-    ++repliesPerManager[network];
-
-    QNetworkRequest networkRequest(request.url());
-    for (const auto &[field, value] : request.allHTTPHeaderFields())
-        networkRequest.setRawHeader(field, value);
-    networkRequest.setSslConfiguration(sslConfiguration);
-    const QByteArray body = request.httpBody();
-    QNetworkReply *reply = nullptr;
-    if (request.httpMethod() == "GET" && body.isEmpty()) {
-        reply = network->get(networkRequest);
-    } else {
-        // Otherwise Qt reports only a few steps of an upload.
-        networkRequest.setAttribute(QNetworkRequest::EmitAllUploadProgressSignalsAttribute, true);
-        // Read straight from the one-shot body, which Qt must not copy into a buffer it could
-        // send again.
-        networkRequest.setAttribute(QNetworkRequest::DoNotBufferUploadDataAttribute, true);
-        networkRequest.setHeader(QNetworkRequest::ContentLengthHeader, body.size());
-        auto *device = new OneShotBody(body, nullptr);
-        reply = network->sendCustomRequest(networkRequest, request.httpMethod(), device);
-        device->setParent(reply);
-    }
-    task->d->reply = reply;
-    task->d->manager = network;
+    ZVXHTTPConnection *connection = connectionFor(request, task->d->hostKey, task->d->sentAgain);
+    task->d->connection = connection;
     task->d->lastActivity = ZVXClock::currentTime();
-    task->setSendCounts(0, body.size());
+    task->setSendCounts(0, request.httpBody().size());
     task->setReceiveCounts(0, ZVXTransferCounters::UnknownSize);
 
     ZVXURLSessionTask *t = task.get();
-    auto touch = [t] { t->d->lastActivity = ZVXClock::currentTime(); };
-    // Qt ends every upload with a (0, 0) signal; the counts stay at what was sent.
-    QObject::connect(reply, &QNetworkReply::uploadProgress, q,
-                     [t, touch](qint64 sent, qint64 total) {
-                         touch();
-                         if (total > 0)
-                             t->setSendCounts(sent, total);
-                     });
-    QObject::connect(
-        reply, &QNetworkReply::downloadProgress, q, [t, touch](qint64 received, qint64 total) {
-            touch();
-            if (received == 0 && total == 0 && t->countOfBytesReceived() > 0)
-                return;
-            t->setReceiveCounts(received, total < 0 ? ZVXTransferCounters::UnknownSize : total);
-        });
-    QObject::connect(reply, &QNetworkReply::metaDataChanged, q, [t, touch, reply] {
-        touch();
-        const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
-        if (length.isValid() && t->countOfBytesReceived() == 0)
-            t->setReceiveCounts(0, length.toLongLong());
-    });
+    QObject::connect(connection, &ZVXHTTPConnection::activity, q,
+                     [t] { t->d->lastActivity = ZVXClock::currentTime(); });
+    QObject::connect(connection, &ZVXHTTPConnection::uploadProgress, q,
+                     [t](qint64 sent, qint64 total) { t->setSendCounts(sent, total); });
+    QObject::connect(connection, &ZVXHTTPConnection::downloadProgress, q,
+                     [t](qint64 received, qint64 total) { t->setReceiveCounts(received, total); });
     const WeakTask weak = task;
-    QObject::connect(reply, &QNetworkReply::finished, q, [this, weak] {
-        if (TaskPointer task = weak.lock())
-            replyFinished(task);
-    });
+    QObject::connect(connection, &ZVXHTTPConnection::finished, q,
+                     [this, weak](const ZVXURLSessionResult &result, bool closedBeforeAnswer) {
+                         if (TaskPointer task = weak.lock())
+                             exchangeFinished(task, result, closedBeforeAnswer);
+                     });
+    connection->send(request);
     scheduleIdleCheck(weak,
                       request.timeoutInterval().value_or(configuration.timeoutIntervalForRequest));
+}
+
+ZVXHTTPConnection *ZVXURLSession::Private::connectionFor(const ZVXURLRequest &request,
+                                                         const QString &key, bool fresh)
+{
+    quint64 generation = 0;
+    QSslConfiguration tls = ZVXTrustStore::configuration(&generation);
+    if (generation != trustGeneration) {
+        // Connections verified under other trust are not reused.
+        for (const auto &connections : std::as_const(idle)) {
+            for (ZVXHTTPConnection *connection : connections)
+                delete connection;
+        }
+        idle.clear();
+        trustGeneration = generation;
+        sslConfiguration = tls;
+    }
+    QList<QPointer<ZVXHTTPConnection>> &kept = idle[key];
+    while (!fresh && !kept.isEmpty()) {
+        ZVXHTTPConnection *connection = kept.takeLast();
+        if (connection && connection->isReusable()) {
+            connection->disconnect(q);
+            return connection;
+        }
+        delete connection;
+    }
+    QUrl origin = request.url();
+    origin.setPath({});
+    origin.setQuery(QString());
+    origin.setFragment({});
+    return new ZVXHTTPConnection(origin, sslConfiguration,
+                                 {configuration.maximumHeaderSize, configuration.maximumReplySize},
+                                 q);
+}
+
+void ZVXURLSession::Private::keep(ZVXHTTPConnection *connection, const QString &key)
+{
+    connection->disconnect(q);
+    if (invalidated || !connection->isReusable()) {
+        connection->deleteLater();
+        return;
+    }
+    idle[key].append(connection);
+    // A connection left unused for a while is let go; the server would close it anyway.
+    const QPointer<ZVXHTTPConnection> weak(connection);
+    ZVXClock::after(configuration.idleConnectionTimeout, connection, [this, weak, key] {
+        auto it = idle.find(key);
+        if (!weak || it == idle.end() || !it->contains(weak))
+            return;
+        it->removeAll(weak);
+        weak->deleteLater();
+    });
 }
 
 void ZVXURLSession::Private::scheduleIdleCheck(const WeakTask &weak,
@@ -430,7 +413,7 @@ void ZVXURLSession::Private::scheduleIdleCheck(const WeakTask &weak,
     // One check per period rather than a timer reset by every byte.
     ZVXClock::after(delay, q, [this, weak] {
         TaskPointer task = weak.lock();
-        if (!task || task->d->state != ZVXURLSessionTask::State::Running || !task->d->reply)
+        if (!task || task->d->state != ZVXURLSessionTask::State::Running || !task->d->connection)
             return;
         const auto timeout
             = task->d->request.timeoutInterval().value_or(configuration.timeoutIntervalForRequest);
@@ -443,33 +426,30 @@ void ZVXURLSession::Private::scheduleIdleCheck(const WeakTask &weak,
     });
 }
 
-void ZVXURLSession::Private::replyFinished(const TaskPointer &task)
+void ZVXURLSession::Private::exchangeFinished(const TaskPointer &task,
+                                              const ZVXURLSessionResult &result,
+                                              bool closedBeforeAnswer)
 {
-    QNetworkReply *reply = task->d->reply;
-    if (task->d->state != ZVXURLSessionTask::State::Running || !reply)
+    ZVXHTTPConnection *connection = task->d->connection;
+    if (task->d->state != ZVXURLSessionTask::State::Running || !connection)
         return;
-    task->d->reply = nullptr;
-    reply->disconnect(q);
-    reply->deleteLater();
-
-    ZVXURLSessionResult result;
-    const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-    if (status.isValid())
-        result.response = ZVXURLResponse{reply->url(), status.toInt(), reply->rawHeaderPairs()};
-    if (const auto reason = task->d->endReason) {
-        result.error = transportError(*reason, describe(*reason));
-    } else if (reply->error() == QNetworkReply::NoError
-               || (status.isValid() && isHTTPStatusError(reply->error()))) {
-        result.data = reply->readAll();
-    } else {
-        result.error = transportError(reply->error(), reply->errorString());
-    }
-
-    releaseManager(task->d->manager);
+    task->d->connection = nullptr;
     const QString key = task->d->hostKey;
+    const ZVXURLRequest &request = task->d->request;
+    // A kept connection the server had let go: a request that changes nothing goes again, once,
+    // on a new one. One with a body never does: only the offline queue decides to send again.
+    if (closedBeforeAnswer && !task->d->sentAgain && request.httpBody().isEmpty()
+        && (request.httpMethod() == "GET" || request.httpMethod() == "HEAD")) {
+        connection->disconnect(q);
+        connection->deleteLater();
+        task->d->sentAgain = true;
+        start(task);
+        return;
+    }
+    keep(connection, key);
     if (auto it = hosts.find(key); it != hosts.end())
         --it->running;
-    end(task, std::move(result), true);
+    end(task, result, true);
     startWaiting(key);
 }
 
@@ -479,50 +459,29 @@ void ZVXURLSession::Private::end(const TaskPointer &task, ZVXURLSessionResult re
     task->d->state = ZVXURLSessionTask::State::Completed;
     active.remove(task.get());
     deliver(checks, std::move(task->d->check), std::move(result), task->d->request, cache.get(),
-            fromNetwork);
+            fromNetwork, configuration.maximumReplySize);
 }
 
 void ZVXURLSession::Private::stop(const TaskPointer &task, QNetworkReply::NetworkError reason)
 {
     if (task->d->state != ZVXURLSessionTask::State::Running)
         return;
-    task->d->endReason = reason;
-    if (QNetworkReply *reply = task->d->reply) {
-        reply->abort();
-        replyFinished(task); // in case Qt did not finish the reply at once
+    if (ZVXHTTPConnection *connection = task->d->connection) {
+        task->d->connection = nullptr;
+        QString description = describe(reason);
+        if (reason == QNetworkReply::TimeoutError && connection->isInsideHead())
+            description = QStringLiteral("The reply's header fields did not end in time.");
+        connection->disconnect(q);
+        connection->abort();
+        connection->deleteLater();
+        const QString key = task->d->hostKey;
+        if (auto it = hosts.find(key); it != hosts.end())
+            --it->running;
+        end(task, {std::nullopt, std::nullopt, transportError(reason, description)}, false);
+        startWaiting(key);
         return;
     }
     if (auto it = hosts.find(task->d->hostKey); it != hosts.end())
         std::erase(it->waiting, task);
     end(task, {std::nullopt, std::nullopt, transportError(reason, describe(reason))}, false);
-}
-
-QNetworkAccessManager *ZVXURLSession::Private::currentManager()
-{
-    quint64 generation = 0;
-    QSslConfiguration configuration = ZVXTrustStore::configuration(&generation);
-    if (manager && generation == trustGeneration)
-        return manager;
-    // Qt reuses a verified connection whatever a request's own TLS settings say, so each
-    // trust setup gets its own manager; the old one goes with its connections when idle.
-    if (manager && repliesPerManager.value(manager) == 0) {
-        manager->clearConnectionCache();
-        manager->deleteLater();
-    }
-    manager = new QNetworkAccessManager(q);
-    trustGeneration = generation;
-    sslConfiguration = configuration;
-    return manager;
-}
-
-void ZVXURLSession::Private::releaseManager(QNetworkAccessManager *network)
-{
-    auto it = repliesPerManager.find(network);
-    if (it == repliesPerManager.end() || --it.value() > 0)
-        return;
-    repliesPerManager.erase(it);
-    if (network != manager) {
-        network->clearConnectionCache();
-        network->deleteLater();
-    }
 }

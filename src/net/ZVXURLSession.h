@@ -24,10 +24,17 @@ struct ZUVERO_EXPORT ZVXURLSessionConfiguration
         = ZVXURLRequest::CachePolicy::UseProtocolCachePolicy;
     //! 0: no cache.
     qint64 urlCacheMemoryCapacity = 0;
+    //! The largest reply body taken, as it arrives and once decoded; larger ones fail.
+    qint64 maximumReplySize = 16 * 1024 * 1024;
+    //! The largest head of a reply (status line and header fields) taken.
+    qint64 maximumHeaderSize = 64 * 1024;
+    //! How long a connection is kept open, unused, for the next request.
+    std::chrono::milliseconds idleConnectionTimeout = std::chrono::seconds(30);
 
-    //! API calls: one at a time per host, no cache.
+    //! API calls: one at a time per host, no cache, replies up to 16 MiB.
     static ZVXURLSessionConfiguration apiConfiguration();
-    //! Files and previews: four per host, cached bytes first, a 4 MiB memory cache.
+    //! Files and previews: four per host, cached bytes first, a 4 MiB memory cache, files up to
+    //! 64 MiB.
     static ZVXURLSessionConfiguration fileConfiguration();
 };
 
@@ -62,12 +69,13 @@ private:
 };
 
 /*!
-    HTTP over one QNetworkAccessManager, shaped by a configuration: a limit
-    of requests in flight per host (Qt 6.4 opens up to six connections and
-    has no setting for it), a request and a resource time-out on the
-    library's clock, an optional memory cache, the library's trusted
-    certificate authorities, and gzip or deflate bodies decoded also when
-    the request set "Accept-Encoding" itself.
+    HTTP/1.1 over connections of its own (ZVXHTTPConnection), shaped by a
+    configuration: a limit of requests in flight per host, a request and a
+    resource time-out on the library's clock, bounds on a reply's head and
+    body, an optional memory cache, the library's trusted certificate
+    authorities, and gzip or deflate bodies decoded. Redirects are not followed (a reply with a
+    3xx status is a reply like any other), and no request is sent twice but
+    one without a body whose kept connection turned out closed.
 
     Each finished task's check runs on the session's own thread, one at a
     time; the step it returns then runs on the main thread. Every task that
@@ -93,6 +101,8 @@ public:
     ZVXURLSessionConfiguration configuration() const;
     //! Null without a cache.
     ZVXURLCache *urlCache() const;
+    //! For requests started from now on.
+    void setMaximumReplySize(qint64 bytes);
 
     std::shared_ptr<ZVXURLSessionTask> dataTask(const ZVXURLRequest &request, ReplyCheck check);
 

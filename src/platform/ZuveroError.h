@@ -10,6 +10,8 @@ class QDebug;
 
 //! The user-info key of an error's human-readable description.
 inline constexpr QLatin1String ZuveroLocalizedDescriptionKey{"NSLocalizedDescription"};
+//! The user-info key of the HTTP status of the reply an error came from, where one came.
+inline constexpr QLatin1String ZuveroHTTPStatusCodeKey{"httpStatusCode"};
 
 // Every error domain of the library, with the codes it gives a meaning to.
 
@@ -39,6 +41,10 @@ inline constexpr QLatin1String ZuveroURLErrorDomain{"com.zuvero.url"};
 enum ZuveroURLErrorCode : qint64 {
     //! A reply without HTTP, or without a value the call cannot do without.
     ZuveroURLErrorBadServerResponse = -1011,
+    //! A reply whose body (or, encoded, the body it decodes to) is larger than the session takes.
+    ZuveroURLErrorReplyTooLarge = -1103,
+    //! A reply whose head (status line and header fields) does not end within the session's limit.
+    ZuveroURLErrorHeadersTooLong = -1104,
 };
 
 //! JSON text that does not parse, or a value JSON cannot hold.

@@ -52,7 +52,10 @@ bool isNumber(const QVariant &value)
 
 QDateTime date(const QVariant &value)
 {
-    return QDateTime::fromMSecsSinceEpoch(qint64(std::llround(seconds(value) * 1000.0)), Qt::UTC);
+    // Beyond some 30,000 years either way a date is noise; kept in range, it still sorts.
+    constexpr double Limit = 1e12;
+    const double clamped = std::clamp(seconds(value), -Limit, Limit);
+    return QDateTime::fromMSecsSinceEpoch(qint64(std::llround(clamped * 1000.0)), Qt::UTC);
 }
 
 qint32 wholeSeconds(const QDateTime &date)

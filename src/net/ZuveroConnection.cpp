@@ -18,6 +18,8 @@
 #include <QJsonDocument>
 #include <QSysInfo>
 
+#include <cmath>
+
 namespace {
 
 // The longest body quoted in a log line; a server page can be large.
@@ -66,6 +68,20 @@ std::optional<QJsonValue> parseJSON(const QByteArray &body, ZuveroError *error)
         return std::nullopt;
     }
     return document.isObject() ? QJsonValue(document.object()) : QJsonValue(document.array());
+}
+
+// A count the server sends: a whole number a double holds exactly (a flag counts as one).
+std::optional<qint64> countOf(const QJsonValue &value)
+{
+    if (value.isBool())
+        return value.toBool() ? 1 : 0;
+    if (!value.isDouble())
+        return std::nullopt;
+    const double number = value.toDouble();
+    constexpr double Largest = 9007199254740992.0; // 2^53
+    if (!(number >= 0 && number <= Largest) || number != std::floor(number))
+        return std::nullopt;
+    return qint64(number);
 }
 
 std::optional<QString> textOf(const QJsonValue &value)
@@ -297,7 +313,14 @@ ZuveroConnectionPrivate::handleReceivedJSON(const ZVXURLSessionResult &result,
                    "EXPECTED JSON, GOT THIS: %1 (%2) [http status code: %3] response headers: %4")
                    .arg(QString::fromUtf8(body), ZVXDescribeBytes(body), QString::number(status),
                         describeHeaders(result.response->headerFields)));
-        failure(parseError);
+        // The parser's error, as the callers know it, with what the server said it was.
+        failure(ZuveroError(parseError.domain(), parseError.code(),
+                            {{ZuveroLocalizedDescriptionKey,
+                              QStringLiteral("The server answered with HTTP status %1 and a body "
+                                             "that is not JSON (%2).")
+                                  .arg(status)
+                                  .arg(parseError.localizedDescription())},
+                             {ZuveroHTTPStatusCodeKey, status}}));
         return std::nullopt;
     }
     if (status >= 200 && status < 300)
@@ -340,16 +363,27 @@ ZuveroConnectionPrivate::checkUnreadCountReply(const ZVXURLSessionResult &result
     if (!json)
         return fail(parseError);
     const QJsonObject reply = json->toObject();
-    if (!reply.contains(QLatin1String("unreadCount")))
+    if (!reply.contains(QLatin1String("unreadCount"))
+        || !countOf(reply.value(QLatin1String("unreadCount"))))
         return fail(badServerResponse());
     return reply;
 }
 
 void ZuveroConnectionPrivate::consumeUnreadCount(const QJsonValue &value)
 {
-    // Numbers only (a flag counts as one): a count sent as text is ignored.
-    if ((value.isDouble() || value.isBool()) && api())
-        api()->updateUnreadCount(value.toVariant().toLongLong());
+    // Numbers only (a flag counts as one): a count sent as text is ignored, and so is one that is
+    // no count at all.
+    if (!value.isDouble() && !value.isBool())
+        return;
+    const std::optional<qint64> count = countOf(value);
+    if (!count) {
+        ZVXLog(QStringLiteral("ZuveroConnection: ignoring an unread count that is not a whole "
+                              "number from 0 to 2^53: %1")
+                   .arg(value.toDouble()));
+        return;
+    }
+    if (api())
+        api()->updateUnreadCount(*count);
 }
 
 void ZuveroConnectionPrivate::consumePollingInterval(const QJsonValue &value)
@@ -357,6 +391,11 @@ void ZuveroConnectionPrivate::consumePollingInterval(const QJsonValue &value)
     if (!(value.isDouble() || value.isBool()) || !api())
         return;
     const double seconds = value.toVariant().toDouble();
+    if (seconds < 0) {
+        ZVXLog(QStringLiteral("ZuveroConnection: ignoring a negative polling interval: %1")
+                   .arg(seconds));
+        return;
+    }
     api()->setPollingInterval(seconds);
     ZVXLog(QStringLiteral("Set polling interval: %1 sec").arg(seconds, 0, 'f', 1));
 }
@@ -550,7 +589,7 @@ void ZuveroConnection::fetchUnreadCountWithCompletion(CountCompletion completion
             return [self, completion, count = reply.value(QLatin1String("unreadCount"))] {
                 if (self)
                     self->d->consumeUnreadCount(count);
-                completion(count.toVariant().toLongLong(), {});
+                completion(*countOf(count), {});
             };
         },
         .failed = [completion](const ZuveroError &error) { completion(ZuveroNotFound, error); },
@@ -679,4 +718,14 @@ void ZuveroConnection::markReadMessages(const ZuveroChatMessageList &messages,
         .succeeded = takeUnreadCount(this, [completion] { completion(true, {}); }),
         .failed = [completion](const ZuveroError &error) { completion(false, error); },
     });
+}
+
+void ZuveroConnection::setMaximumReplySize(qint64 bytes)
+{
+    d->session->setMaximumReplySize(bytes);
+}
+
+void ZuveroConnection::setMaximumFileSize(qint64 bytes)
+{
+    d->fileLoadingSession->setMaximumReplySize(bytes);
 }

@@ -65,6 +65,15 @@ public:
                          Progress progress = {});
     void markReadMessages(const ZuveroChatMessageList &messages, Completion completion);
 
+    /*!
+        The largest reply an API call takes, as it arrives and decoded: 16 MiB
+        unless set. A larger one ends the call with ZuveroURLErrorReplyTooLarge
+        (ZuveroURLErrorDomain) as soon as it is seen to be larger.
+    */
+    void setMaximumReplySize(qint64 bytes);
+    //! The same for files and previews: 64 MiB unless set.
+    void setMaximumFileSize(qint64 bytes);
+
 private:
     explicit ZuveroConnection(ZVXConnectionAPI *api, QObject *parent);
     friend class ZuveroConnectionPrivate;

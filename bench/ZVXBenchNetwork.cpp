@@ -3,6 +3,7 @@
 
 #include "ZVXBench.h"
 #include "ZVXDevServerProcess.h"
+#include "ZVXHTTPConnection.h"
 #include "ZVXJSON.h"
 #include "ZVXMainThread.h"
 #include "ZVXMultipart.h"
@@ -276,7 +277,7 @@ private:
     }
 
     // Milliseconds until the completion, and until the reply arrived on the main thread (the
-    // moment the session's network manager reports it finished).
+    // moment the session's connection reports the exchange finished).
     std::pair<double, double> libraryPage()
     {
         QList<QMetaObject::Connection> watches;
@@ -284,8 +285,8 @@ private:
         double arrived = 0;
         const ZVXURLSession *session
             = ZuveroConnectionPrivate::get(m_reader->connection())->session;
-        for (QNetworkAccessManager *manager : session->findChildren<QNetworkAccessManager *>())
-            watches << QObject::connect(manager, &QNetworkAccessManager::finished,
+        for (ZVXHTTPConnection *connection : session->findChildren<ZVXHTTPConnection *>())
+            watches << QObject::connect(connection, &ZVXHTTPConnection::finished,
                                         [&] { arrived = elapsedMs(timer); });
         bool done = false;
         timer.start();

@@ -317,12 +317,12 @@ void ZVXDevStorage::registerDevice(qint64 user, const ZVXDevDevice &device)
 {
     std::lock_guard lock(m_mutex);
     Transaction transaction(m_db);
-    // An installation belongs to one user at a time: the last one to register on it.
-    if (!device.installationId.isEmpty()) {
+    // The installation moved to this user: its pushes must not reach the one before.
+    if (device.deviceToken && !device.deviceToken->isEmpty()) {
         Statement(m_db,
-                  "DELETE FROM devices WHERE installation_id = ?1 AND user != ?2"
+                  "DELETE FROM devices WHERE device_token = ?1 AND user != ?2"
                   " AND api_key = (SELECT api_key FROM users WHERE id = ?2)")
-            .bind(device.installationId, user)
+            .bind(*device.deviceToken, user)
             .run();
     }
     Statement(m_db,

@@ -31,7 +31,13 @@ public:
     std::optional<ZVXDevUser> findUser(const ZVXDevIdentity &identity);
     std::optional<ZVXDevUser> user(qint64 id);
 
-    //! Records \a device for \a user, replacing what the installation registered before.
+    /*!
+        Records \a device for \a user, replacing what the installation
+        registered before. An installation identifier names a device within
+        its user only: another user's registration never touches it. A push
+        token, which only the installation it was issued to holds, belongs
+        to the last user who registered it.
+    */
     void registerDevice(qint64 user, const ZVXDevDevice &device);
     bool hasDevice(qint64 user, const QString &installationId);
 

@@ -117,6 +117,10 @@ int main(int argc, char *argv[])
 
     if (certificates.createdAuthority())
         print(QStringLiteral("created a new certificate authority"));
+    if (certificates.replacedAuthority())
+        print(QStringLiteral("replaced the certificate authority, which could sign for other "
+                             "sites than this server: trust the new one below wherever you "
+                             "trusted the old one, and remove the old one there"));
     print(QStringLiteral("certificate authority: %1").arg(certificates.authorityPath()));
     print(QStringLiteral("data: %1").arg(data));
     if (!options->apiSecret && !options->open)

@@ -15,12 +15,14 @@
 #include "ZVXDevTiles.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QGuiApplication>
 #include <QSocketNotifier>
 
 #include <csignal>
 #include <cstdio>
 #include <sys/signalfd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -55,10 +57,47 @@ int blockTerminationSignals()
     return signalfd(-1, &mask, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
+/*
+    Everything the server writes is its user's alone: the database holds the
+    conversations, the files what users sent, and the authority's key signs
+    certificates the user's browser trusts. A data directory that an earlier
+    version left readable by others is closed up.
+*/
+bool makePrivate(const QString &data, QString *error)
+{
+    struct stat status;
+    if (stat(QFile::encodeName(data).constData(), &status) != 0) {
+        *error = QStringLiteral("cannot read the data directory %1").arg(data);
+        return false;
+    }
+    if ((status.st_mode & 077) == 0)
+        return true;
+    const auto restrict = [](const QString &path, bool directory) {
+        return chmod(QFile::encodeName(path).constData(), directory ? 0700 : 0600) == 0;
+    };
+    bool closed = restrict(data, true);
+    QDirIterator entries(data,
+                         QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                         QDirIterator::Subdirectories);
+    while (entries.hasNext()) {
+        const QFileInfo entry = entries.nextFileInfo();
+        if (!entry.isSymLink())
+            closed = restrict(entry.filePath(), entry.isDir()) && closed;
+    }
+    if (!closed) {
+        *error = QStringLiteral("cannot make the data directory %1 private").arg(data);
+        return false;
+    }
+    print(QStringLiteral("made the data directory private: other users could read it"));
+    return true;
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
 {
+    // Files and directories for the user alone, from the first one on.
+    umask(077);
     const int signalFd = blockTerminationSignals();
     // Tiles are drawn with fonts, which need a GUI application but no display.
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
@@ -80,6 +119,8 @@ int main(int argc, char *argv[])
     const QString data = QDir(options->dataDirectory).absolutePath();
     if (!QDir().mkpath(data))
         return fail(QStringLiteral("cannot create the data directory %1").arg(data));
+    if (!makePrivate(data, &error))
+        return fail(error);
 
     ZVXDevCertificates certificates(data + QStringLiteral("/tls"));
     if (!certificates.prepare(options->bindAddress, &error))

@@ -1,5 +1,6 @@
 #include "ZVXDevConsoleRoutes.h"
 
+#include "ZVXDevBodies.h"
 #include "ZVXDevConversations.h"
 #include "ZVXDevDictionaries.h"
 #include "ZVXDevFileRoutes.h"
@@ -169,17 +170,20 @@ void install(httplib::Server &server, const ZVXDevServices &services)
                        list.append(consoleMessage(message, base));
                    replyJSON(res, {{QStringLiteral("messages"), list}});
                }));
-    server.Post(R"(/console/api/conversations/(\d{1,18})/messages)",
-                loopbackOnly([&services](const httplib::Request &req, httplib::Response &res) {
-                    reply(services, req, res);
-                }));
-    server.Post(R"(/console/api/conversations/(\d{1,18})/read)",
-                loopbackOnly([&services](const httplib::Request &req, httplib::Response &res) {
-                    if (const std::optional<ZVXDevUser> user = userOf(services, req, res)) {
-                        services.storage.markReadByAgent(user->id);
-                        replyJSON(res, {});
-                    }
-                }));
+    ZVXDevBodies &bodies = services.bodies;
+    server.Post(
+        R"(/console/api/conversations/(\d{1,18})/messages)",
+        bodies.read(loopbackOnly([&services](const httplib::Request &req, httplib::Response &res) {
+            reply(services, req, res);
+        })));
+    server.Post(
+        R"(/console/api/conversations/(\d{1,18})/read)",
+        bodies.read(loopbackOnly([&services](const httplib::Request &req, httplib::Response &res) {
+            if (const std::optional<ZVXDevUser> user = userOf(services, req, res)) {
+                services.storage.markReadByAgent(user->id);
+                replyJSON(res, {});
+            }
+        })));
     const auto file = [&services](bool preview) {
         return loopbackOnly(
             [&services, preview](const httplib::Request &req, httplib::Response &res) {

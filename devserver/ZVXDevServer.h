@@ -31,5 +31,6 @@ private:
 
     ZVXDevServices &m_services;
     std::unique_ptr<httplib::SSLServer> m_server;
+    int m_listener = -1;
     std::thread m_thread;
 };

@@ -3,6 +3,9 @@
 #include "ZVXDevAuth.h"
 #include "ZVXDevHttp.h"
 
+#include <QStringList>
+
+class ZVXDevBodies;
 class ZVXDevConversations;
 class ZVXDevFaults;
 class ZVXDevFiles;
@@ -23,6 +26,8 @@ struct ZVXDevServices
     ZVXDevFaults &faults;
     //! Kept only with --admin.
     ZVXDevReceipts &receipts;
+    //! Every route that takes a body reads it through these limits.
+    ZVXDevBodies &bodies;
     //! "https://address:port" for requests that name no host; set once the port is known.
     QString origin;
 

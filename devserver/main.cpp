@@ -1,6 +1,7 @@
 // zuvero-devserver: a real local chat server for development, demos and tests.
 
 #include "ZVXDevAuth.h"
+#include "ZVXDevBodies.h"
 #include "ZVXDevBot.h"
 #include "ZVXDevCertificates.h"
 #include "ZVXDevConversations.h"
@@ -26,6 +27,9 @@
 #include <unistd.h>
 
 namespace {
+
+// Request bodies held in memory at once, in largest uploads.
+constexpr qint64 BodiesHeld = 4;
 
 void print(const QString &line)
 {
@@ -142,6 +146,9 @@ int main(int argc, char *argv[])
     std::unique_ptr<ZVXDevBot> bot;
     if (options->bot)
         bot = std::make_unique<ZVXDevBot>(conversations, options->agentName, options->botDelay);
+    ZVXDevBodies bodies({.maxBytes = options->maxUploadBytes,
+                         .heldBytes = BodiesHeld * options->maxUploadBytes,
+                         .timeout = options->bodyTimeout});
     ZVXDevServices services{.options = *options,
                             .auth = auth,
                             .storage = storage,
@@ -150,6 +157,7 @@ int main(int argc, char *argv[])
                             .push = push,
                             .faults = faults,
                             .receipts = receipts,
+                            .bodies = bodies,
                             .origin = {}};
     ZVXDevServer server(services, certificates);
     const int port = server.start(&error);

@@ -139,7 +139,7 @@ int main(int argc, char *argv[])
     ZVXDevTiles::render(0, 0, 0);
 
     ZVXDevAuth auth(*options);
-    ZVXDevPushHub push;
+    ZVXDevPushHub push(options->maxPushStreams, options->maxPushStreamsPerDevice);
     ZVXDevFaults faults;
     ZVXDevReceipts receipts(options->maxReceipts);
     ZVXDevConversations conversations(storage, files, push);

@@ -84,7 +84,7 @@ ZVXDevServer::ZVXDevServer(ZVXDevServices &services, const ZVXDevCertificates &c
     ZVXDevFileRoutes::install(*m_server, services);
     ZVXDevPushRoutes::install(*m_server, services);
     ZVXDevConsoleRoutes::install(*m_server, services);
-    ZVXDevTiles::install(*m_server);
+    ZVXDevTiles::install(*m_server, m_tiles);
     if (options.admin)
         ZVXDevAdminRoutes::install(*m_server, services);
     // Whatever no route takes is refused unread: cpp-httplib would read it whole first.

@@ -13,7 +13,6 @@
 #include "ZVXDevReceipts.h"
 #include "ZVXDevServer.h"
 #include "ZVXDevStorage.h"
-#include "ZVXDevTiles.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -135,8 +134,6 @@ int main(int argc, char *argv[])
     ZVXDevFiles files(data + QStringLiteral("/files"));
     if (!files.prepare(&error))
         return fail(error);
-    // Fonts load on first use; do it now rather than in the first request for a tile.
-    ZVXDevTiles::render(0, 0, 0);
 
     ZVXDevAuth auth(*options);
     ZVXDevPushHub push(options->maxPushStreams, options->maxPushStreamsPerDevice);

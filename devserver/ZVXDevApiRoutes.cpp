@@ -96,6 +96,7 @@ void listMessages(const ZVXDevServices &services, const httplib::Request &req,
         || !readSeconds(req, "until", &query.untilSeconds, res))
         return;
     query.limit = MaxPage;
+    query.maxBytes = MaxPageBytes;
     if (req.has_param("limit")) {
         bool ok = false;
         const qint64 limit = ZVXDevHttp::text(req.get_param_value("limit")).toLongLong(&ok);

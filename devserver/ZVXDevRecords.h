@@ -79,6 +79,8 @@ struct ZVXDevMessageQuery
     std::optional<qint64> sinceSeconds;
     std::optional<qint64> untilSeconds;
     int limit = 0;
+    //! What the page's messages may weigh, as stored (at least one comes); 0 for no limit.
+    qint64 maxBytes = 0;
 };
 
 struct ZVXDevMessagePage

@@ -126,6 +126,7 @@ public:
     }
 
     qint64 integer(int column) const { return sqlite3_column_int64(m_statement, column); }
+    qint64 size(int column) const { return sqlite3_column_bytes(m_statement, column); }
     std::optional<QString> text(int column) const
     {
         if (sqlite3_column_type(m_statement, column) == SQLITE_NULL)
@@ -386,10 +387,19 @@ ZVXDevStorage::Insert ZVXDevStorage::insertMessage(const ZVXDevMessageRecord &me
     return Insert::Stored;
 }
 
-QList<ZVXDevMessageRecord> ZVXDevStorage::readMessages(Statement &statement)
+QList<ZVXDevMessageRecord> ZVXDevStorage::readMessages(Statement &statement, qint64 maxBytes,
+                                                       bool *stopped)
 {
     QList<ZVXDevMessageRecord> messages;
+    qint64 bytes = 0;
     while (statement.next()) {
+        // Text, name, location and context: what a message of the page weighs, before reading it.
+        bytes += statement.size(4) + statement.size(5) + statement.size(6) + statement.size(7);
+        if (maxBytes > 0 && bytes > maxBytes && !messages.isEmpty()) {
+            if (stopped)
+                *stopped = true;
+            break;
+        }
         ZVXDevMessageRecord message;
         message.id = statement.integer(0);
         message.uuid = statement.string(1);
@@ -436,11 +446,12 @@ ZVXDevMessagePage ZVXDevStorage::messages(qint64 user, const ZVXDevMessageQuery 
         // Forward from the date, so that a client catching up walks through in pages.
         Statement select(m_db, (range + " ORDER BY date_ms, id LIMIT ?").constData());
         select.bind(user, lower, upper, query.limit);
-        page.messages = readMessages(select);
+        page.messages = readMessages(select, query.maxBytes);
     } else {
+        // Newest first, so that a page cut by its weight keeps the newest.
         Statement select(m_db, (range + " ORDER BY date_ms DESC, id DESC LIMIT ?").constData());
         select.bind(user, lower, upper, query.limit);
-        page.messages = readMessages(select);
+        page.messages = readMessages(select, query.maxBytes);
         std::reverse(page.messages.begin(), page.messages.end());
     }
 

@@ -71,7 +71,9 @@ public:
 private:
     class Statement;
     bool execute(const char *sql);
-    QList<ZVXDevMessageRecord> readMessages(Statement &statement);
+    //! The rows of \a statement, up to \a maxBytes of them as stored (at least one; 0: all).
+    QList<ZVXDevMessageRecord> readMessages(Statement &statement, qint64 maxBytes = 0,
+                                            bool *stopped = nullptr);
     void loadAttachments(QList<ZVXDevMessageRecord> &messages);
 
     std::mutex m_mutex;

@@ -193,7 +193,7 @@ void install(httplib::Server &server, const ZVXDevServices &services)
                     replyError(res, 404, QStringLiteral("no such file"));
                     return;
                 }
-                ZVXDevFileRoutes::serve(services.files, *attachment, preview, res);
+                ZVXDevFileRoutes::serve(services.files, *attachment, preview, req, res);
             });
     };
     server.Get(R"(/console/api/files/([A-Za-z0-9._-]+))", file(false));

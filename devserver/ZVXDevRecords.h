@@ -91,6 +91,30 @@ struct ZVXDevMessagePage
     bool moreMessages = false;
 };
 
+//! A window of one conversation by row, for the console: what came after a row, or before one.
+struct ZVXDevConsoleQuery
+{
+    std::optional<qint64> afterId;
+    //! Without either: the latest page.
+    std::optional<qint64> beforeId;
+    int limit = 0;
+    qint64 maxBytes = 0;
+};
+
+struct ZVXDevConsolePage
+{
+    //! Oldest first.
+    QList<ZVXDevMessageRecord> messages;
+    //! Messages exist before the first of the page (for "before" and the latest page).
+    bool earlier = false;
+    //! The page stopped before the last message (for "after").
+    bool later = false;
+    //! The most recent agent and system messages the user has not read, by row, newest first.
+    QList<qint64> unseen;
+    //! More of them exist, all older than the last one listed.
+    bool unseenMore = false;
+};
+
 struct ZVXDevConversationSummary
 {
     ZVXDevUser user;

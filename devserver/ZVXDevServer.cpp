@@ -214,6 +214,12 @@ int ZVXDevServer::start(QString *error)
     if (QHostAddress(host).protocol() == QAbstractSocket::IPv6Protocol)
         host = QLatin1Char('[') + host + QLatin1Char(']');
     m_services.origin = QStringLiteral("https://%1:%2").arg(host).arg(port);
+    m_services.origins = QStringList{QStringLiteral("https://127.0.0.1:%1").arg(port),
+                                     QStringLiteral("https://localhost:%1").arg(port),
+                                     QStringLiteral("https://[::1]:%1").arg(port)};
+    if (!m_services.origins.contains(m_services.origin))
+        m_services.origins.append(m_services.origin);
+    ZVXDevConnections::startWatchdog();
     m_thread = std::thread([this] { m_server->listen_after_bind(); });
     // Until the loop runs, stop() has nothing to stop and the join would wait forever; nor
     // should "listening" be printed before it is true.

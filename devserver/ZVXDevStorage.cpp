@@ -466,6 +466,40 @@ ZVXDevMessagePage ZVXDevStorage::messages(qint64 user, const ZVXDevMessageQuery 
     return page;
 }
 
+ZVXDevConsolePage ZVXDevStorage::consoleMessages(qint64 user, const ZVXDevConsoleQuery &query)
+{
+    std::lock_guard lock(m_mutex);
+    ZVXDevConsolePage page;
+    const QByteArray columns = QByteArray("SELECT ") + MessageColumns + " FROM messages";
+    if (query.afterId) {
+        Statement select(m_db,
+                         (columns + " WHERE user = ? AND id > ? ORDER BY id LIMIT ?").constData());
+        select.bind(user, *query.afterId, query.limit);
+        page.messages = readMessages(select, query.maxBytes, &page.later);
+        page.later = page.later || page.messages.size() == query.limit;
+    } else {
+        Statement select(
+            m_db, (columns + " WHERE user = ? AND id < ? ORDER BY id DESC LIMIT ?").constData());
+        select.bind(user, query.beforeId.value_or(std::numeric_limits<qint64>::max()), query.limit);
+        page.messages = readMessages(select, query.maxBytes);
+        std::reverse(page.messages.begin(), page.messages.end());
+        Statement earlier(m_db, "SELECT EXISTS (SELECT 1 FROM messages WHERE user = ? AND id < ?)");
+        earlier.bind(
+            user, page.messages.isEmpty() ? query.beforeId.value_or(0) : page.messages.first().id);
+        page.earlier = earlier.next() && earlier.integer(0) != 0;
+    }
+    Statement unseen(m_db,
+                     "SELECT id FROM messages WHERE user = ? AND sender != 'user' AND read = 0"
+                     " ORDER BY id DESC LIMIT ?");
+    unseen.bind(user, MaxUnseen + 1);
+    while (unseen.next())
+        page.unseen.append(unseen.integer(0));
+    page.unseenMore = page.unseen.size() > MaxUnseen;
+    if (page.unseenMore)
+        page.unseen.removeLast();
+    return page;
+}
+
 int ZVXDevStorage::unreadCount(qint64 user)
 {
     std::lock_guard lock(m_mutex);
@@ -506,7 +540,7 @@ std::optional<ZVXDevAttachmentRecord> ZVXDevStorage::attachment(const QString &u
     return readAttachment(select);
 }
 
-QList<ZVXDevConversationSummary> ZVXDevStorage::conversations()
+QList<ZVXDevConversationSummary> ZVXDevStorage::conversations(int limit, int textLength)
 {
     std::lock_guard lock(m_mutex);
     const QByteArray sql = QByteArray("SELECT ") + UserColumns
@@ -514,8 +548,10 @@ QList<ZVXDevConversationSummary> ZVXDevStorage::conversations()
           " (SELECT count(*) FROM devices WHERE user = u.id),"
           " (SELECT id FROM messages WHERE user = u.id ORDER BY date_ms DESC, id DESC LIMIT 1)"
           " AS last FROM users u"
-          " ORDER BY (SELECT date_ms FROM messages WHERE id = last) DESC, u.seen_ms DESC";
+          " ORDER BY (SELECT date_ms FROM messages WHERE id = last) DESC, u.seen_ms DESC"
+          " LIMIT ?";
     Statement select(m_db, sql.constData());
+    select.bind(limit);
     QList<ZVXDevConversationSummary> conversations;
     QList<qint64> lastMessages;
     while (select.next()) {
@@ -526,10 +562,13 @@ QList<ZVXDevConversationSummary> ZVXDevStorage::conversations()
         lastMessages.append(select.integer(8));
         conversations.append(summary);
     }
-    const QByteArray one = QByteArray("SELECT ") + MessageColumns + " FROM messages WHERE id = ?";
-    Statement last(m_db, one.constData());
+    // The list shows a line of each: no more of the text, and neither context nor location.
+    Statement last(m_db,
+                   "SELECT id, uuid, user, sender, substr(text, 1, ?), user_name,"
+                   " iif(location IS NULL, NULL, '{}'), NULL, date_ms, read"
+                   " FROM messages WHERE id = ?");
     for (int i = 0; i < conversations.size(); ++i) {
-        last.bind(lastMessages.at(i));
+        last.bind(textLength, lastMessages.at(i));
         const QList<ZVXDevMessageRecord> found = readMessages(last);
         if (!found.isEmpty())
             conversations[i].lastMessage = found.first();

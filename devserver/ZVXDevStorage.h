@@ -56,6 +56,9 @@ public:
                          const std::function<bool()> &commitFiles = {});
 
     ZVXDevMessagePage messages(qint64 user, const ZVXDevMessageQuery &query);
+    //! The console's window; with at most MaxUnseen of the messages the user has not read.
+    ZVXDevConsolePage consoleMessages(qint64 user, const ZVXDevConsoleQuery &query);
+    static constexpr int MaxUnseen = 100;
     //! Agent and system messages the user has not seen.
     int unreadCount(qint64 user);
     //! Marks those of \a uuids that are agent or system messages of \a user as seen.
@@ -65,8 +68,12 @@ public:
 
     std::optional<ZVXDevAttachmentRecord> attachment(const QString &uuid);
 
-    //! Every conversation, the most recently active first.
-    QList<ZVXDevConversationSummary> conversations();
+    /*!
+        The \a limit most recently active conversations, first the most
+        recent; the text of their last message cut to \a textLength
+        characters, without its context and location.
+    */
+    QList<ZVXDevConversationSummary> conversations(int limit, int textLength);
 
 private:
     class Statement;

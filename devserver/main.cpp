@@ -21,6 +21,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <openssl/rand.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -95,6 +96,16 @@ bool makePrivate(const QString &data, QString *error)
     return true;
 }
 
+// A key for the agent console, new at every start: whoever has it drives the console.
+QByteArray newConsoleKey()
+{
+    unsigned char random[32];
+    if (RAND_bytes(random, sizeof random) != 1)
+        return {};
+    return QByteArray(reinterpret_cast<const char *>(random), sizeof random)
+        .toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals);
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -155,7 +166,11 @@ int main(int argc, char *argv[])
                             .faults = faults,
                             .receipts = receipts,
                             .bodies = bodies,
-                            .origin = {}};
+                            .consoleKey = newConsoleKey(),
+                            .origin = {},
+                            .origins = {}};
+    if (services.consoleKey.isEmpty())
+        return fail(QStringLiteral("cannot make a key for the console"));
     ZVXDevServer server(services, certificates);
     const int port = server.start(&error);
     if (!port)
@@ -172,7 +187,8 @@ int main(int argc, char *argv[])
     if (!options->apiSecret && !options->open)
         print(QStringLiteral("no --api-secret: token signatures are not checked, only their "
                              "apiKey"));
-    print(QStringLiteral("console: %1/console").arg(services.origin));
+    print(QStringLiteral("console: %1/console?key=%2")
+              .arg(services.origin, QString::fromLatin1(services.consoleKey)));
     print(QStringLiteral("listening on %1").arg(services.origin));
 
     QSocketNotifier terminate(signalFd, QSocketNotifier::Read);

@@ -38,6 +38,14 @@ QString newUUID()
     return QUuid::createUuid().toString(QUuid::WithoutBraces);
 }
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+// The server is built with the same sanitizer, whose shadow memory and quarantine dwarf what an
+// attack costs: the figures are printed, not held to their bounds.
+constexpr bool MemoryIsMeasured = false;
+#else
+constexpr bool MemoryIsMeasured = true;
+#endif
+
 struct Memory
 {
     double rssMiB = 0;
@@ -76,14 +84,13 @@ public:
         m_before = memoryOf(pid).rssMiB;
     }
     bool valid() const { return m_reset && m_before > 0; }
-    double growthMiB() const { return memoryOf(m_pid).peakMiB - m_before; }
     //! Prints the figures; true when the growth stays under \a boundMiB.
     bool within(const char *attack, double boundMiB) const
     {
         const Memory now = memoryOf(m_pid);
         qInfo("%s: VmRSS %.1f MiB before, peak %.1f MiB during (+%.1f MiB; bound +%.0f MiB)",
               attack, m_before, now.peakMiB, now.peakMiB - m_before, boundMiB);
-        return valid() && now.peakMiB - m_before < boundMiB;
+        return valid() && (!MemoryIsMeasured || now.peakMiB - m_before < boundMiB);
     }
 
 private:

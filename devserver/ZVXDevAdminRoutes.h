@@ -9,7 +9,7 @@ struct ZVXDevServices;
     POST /admin/faults {"path", "method"?, "kind", "count"?, "status"?,
     "body"?, "delayMs"?} makes the next requests on a path misbehave;
     DELETE /admin/faults forgets them; GET /admin/counters tells how many
-    requests each "METHOD /path" received; DELETE /admin/counters resets them;
+    requests each "METHOD /route" received; DELETE /admin/counters resets them;
     GET /admin/receipts tells how many uploads named each message uuid
     (ZVXDevReceipts); DELETE /admin/receipts forgets them.
 */

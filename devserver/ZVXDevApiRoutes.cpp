@@ -1,5 +1,6 @@
 #include "ZVXDevApiRoutes.h"
 
+#include "ZVXDevBodies.h"
 #include "ZVXDevConversations.h"
 #include "ZVXDevDictionaries.h"
 #include "ZVXDevFaults.h"
@@ -95,6 +96,7 @@ void listMessages(const ZVXDevServices &services, const httplib::Request &req,
         || !readSeconds(req, "until", &query.untilSeconds, res))
         return;
     query.limit = MaxPage;
+    query.maxBytes = MaxPageBytes;
     if (req.has_param("limit")) {
         bool ok = false;
         const qint64 limit = ZVXDevHttp::text(req.get_param_value("limit")).toLongLong(&ok);
@@ -182,12 +184,13 @@ void install(httplib::Server &server, const ZVXDevServices &services)
                                  function(services, req, res, identity);
                              });
     };
-    server.Post("/api/1.0/register", route(registerDevice));
+    ZVXDevBodies &bodies = services.bodies;
+    server.Post("/api/1.0/register", bodies.read(route(registerDevice)));
     server.Get("/api/1.0/status", route(status));
     server.Get(MessagesPath.toStdString(), route(listMessages));
     server.Post(
         MessagesPath.toStdString(),
-        [&services](const httplib::Request &req, httplib::Response &res) {
+        bodies.read([&services](const httplib::Request &req, httplib::Response &res) {
             const std::optional<ZVXDevMultipart::Form> form = ZVXDevHttp::form(req);
             // Counted before anything can refuse it: a receipt is what arrived.
             if (services.options.admin) {
@@ -204,8 +207,8 @@ void install(httplib::Server &server, const ZVXDevServices &services)
                                              const ZVXDevIdentity &identity) {
                               sendMessage(services, form, res, identity);
                           })(req, res);
-        });
-    server.Post("/api/1.0/mark_messages", route(markMessages));
+        }));
+    server.Post("/api/1.0/mark_messages", bodies.read(route(markMessages)));
 }
 
 bool appliesFaultsItself(const QString &method, const QString &path)

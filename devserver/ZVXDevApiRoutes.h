@@ -14,6 +14,12 @@ namespace ZVXDevApiRoutes {
 
 //! Most messages one page holds, and the page size when the client names none.
 inline constexpr int MaxPage = 1000;
+/*!
+    What the messages of one page may weigh (their text, location and
+    context, as stored): a page of long messages stops earlier, and says
+    that there is more, so that no reply grows with what a user wrote.
+*/
+inline constexpr qint64 MaxPageBytes = 512 * 1024;
 
 void install(httplib::Server &server, const ZVXDevServices &services);
 

@@ -3,7 +3,31 @@
 #include "ZVXDevOptions.h"
 #include "ZVXDevTokens.h"
 
+#include <QDateTime>
+
 namespace {
+
+// Clocks of the client, its back end and the server may differ a little.
+constexpr qint64 LeewaySeconds = 60;
+
+/*
+    "exp" and "nbf" (RFC 7519), when present: a number of seconds since
+    1970. Nothing when the token is valid now, else why not.
+*/
+std::optional<QString> outsideItsTime(const QJsonObject &claims)
+{
+    const qint64 now = QDateTime::currentSecsSinceEpoch();
+    const QJsonValue expires = claims.value(QStringLiteral("exp"));
+    const QJsonValue notBefore = claims.value(QStringLiteral("nbf"));
+    if ((!expires.isUndefined() && !expires.isDouble())
+        || (!notBefore.isUndefined() && !notBefore.isDouble()))
+        return QStringLiteral("\"exp\" and \"nbf\" must be numbers of seconds");
+    if (expires.isDouble() && double(now) > expires.toDouble() + double(LeewaySeconds))
+        return QStringLiteral("the token has expired");
+    if (notBefore.isDouble() && double(now) + double(LeewaySeconds) < notBefore.toDouble())
+        return QStringLiteral("the token is not valid yet");
+    return std::nullopt;
+}
 
 std::optional<QString> claim(const QJsonObject &claims, const char *name)
 {
@@ -32,6 +56,9 @@ ZVXDevAuth::identify(const std::optional<QString> &token) const
     if (!claims)
         return Refusal{verify ? QStringLiteral("malformed token or wrong signature")
                               : QStringLiteral("malformed token")};
+
+    if (const std::optional<QString> late = outsideItsTime(*claims))
+        return Refusal{*late};
 
     ZVXDevIdentity identity;
     identity.apiKey = claim(*claims, "apiKey").value_or(QString());

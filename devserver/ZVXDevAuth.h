@@ -14,7 +14,8 @@ struct ZVXDevOptions;
     Checks the token a request carries and says whom it names. A token is
     valid when it is signed with the server's secret (HS256 or HS512), names
     the server's API key and names a user or an installation; in open mode
-    any well-formed token naming one will do.
+    any well-formed token naming one will do. In every mode a token is used
+    only within its "nbf" and "exp", give or take a minute.
 */
 class ZVXDevAuth
 {

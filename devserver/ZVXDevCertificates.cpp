@@ -106,6 +106,53 @@ Certificate makeCertificate(EVP_PKEY *key, const QByteArray &commonName, long da
     return certificate;
 }
 
+/*
+    What the authority may sign for: this machine's loopback names, and the
+    address the server is bound to when it is another. Whoever reads the
+    authority's key can then make certificates for nothing else, however
+    widely the authority is trusted.
+*/
+QByteArray nameConstraints(const QString &bindAddress)
+{
+    QByteArray names = "critical,permitted;DNS:localhost,permitted;IP:127.0.0.1/255.255.255.255,"
+                       "permitted;IP:::1/ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff";
+    const QHostAddress bound(bindAddress);
+    if (!bound.isLoopback() && bound != QHostAddress::AnyIPv4 && bound != QHostAddress::AnyIPv6) {
+        names += bound.protocol() == QAbstractSocket::IPv6Protocol
+            ? ",permitted;IP:" + bindAddress.toLatin1() + "/ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff"
+            : ",permitted;IP:" + bindAddress.toLatin1() + "/255.255.255.255";
+    }
+    return names;
+}
+
+// The encoded extension \a value would make, for comparing with one a certificate has.
+QByteArray encodedExtension(int nid, const QByteArray &value)
+{
+    X509V3_CTX context;
+    X509V3_set_ctx_nodb(&context);
+    X509V3_set_ctx(&context, nullptr, nullptr, nullptr, nullptr, 0);
+    X509_EXTENSION *extension = X509V3_EXT_conf_nid(nullptr, &context, nid, value.constData());
+    if (!extension)
+        return {};
+    const ASN1_OCTET_STRING *data = X509_EXTENSION_get_data(extension);
+    const QByteArray encoded(reinterpret_cast<const char *>(ASN1_STRING_get0_data(data)),
+                             ASN1_STRING_length(data));
+    X509_EXTENSION_free(extension);
+    return encoded;
+}
+
+bool hasExtension(X509 *certificate, int nid, const QByteArray &value)
+{
+    const int at = X509_get_ext_by_NID(certificate, nid, -1);
+    if (at < 0 || X509_get_ext_by_NID(certificate, nid, at) >= 0)
+        return false;
+    X509_EXTENSION *extension = X509_get_ext(certificate, at);
+    const ASN1_OCTET_STRING *data = X509_EXTENSION_get_data(extension);
+    const QByteArray found(reinterpret_cast<const char *>(ASN1_STRING_get0_data(data)),
+                           ASN1_STRING_length(data));
+    return X509_EXTENSION_get_critical(extension) == 1 && found == encodedExtension(nid, value);
+}
+
 bool stillValidFor(X509 *certificate, long seconds)
 {
     time_t until = time(nullptr) + seconds;
@@ -148,10 +195,14 @@ bool ZVXDevCertificates::prepare(const QString &bindAddress, QString *error)
     const QString authorityKeyPath = m_directory + QStringLiteral("/ca-key.pem");
     m_keys->authority = readCertificate(authorityPath());
     m_keys->authorityKey = readKey(authorityKeyPath);
+    const QByteArray constraints = nameConstraints(bindAddress);
     const bool usable = m_keys->authority && m_keys->authorityKey
         && X509_check_private_key(m_keys->authority.get(), m_keys->authorityKey.get()) == 1
         && stillValidFor(m_keys->authority.get(), 30 * Day);
-    if (!usable) {
+    // One made before authorities were constrained, or for another bound address, goes.
+    m_replacedAuthority
+        = usable && !hasExtension(m_keys->authority.get(), NID_name_constraints, constraints);
+    if (!usable || m_replacedAuthority) {
         // A random part in the name keeps authorities of different data directories apart.
         const QByteArray name = "Zuvero Development CA "
             + QByteArray::number(QRandomGenerator::global()->generate(), 16);
@@ -161,13 +212,14 @@ bool ZVXDevCertificates::prepare(const QString &bindAddress, QString *error)
                 = makeCertificate(m_keys->authorityKey.get(), name, 3650, nullptr, nullptr,
                                   {{NID_basic_constraints, "critical,CA:TRUE,pathlen:0"},
                                    {NID_key_usage, "critical,keyCertSign,cRLSign"},
+                                   {NID_name_constraints, constraints},
                                    {NID_subject_key_identifier, "hash"}});
         if (!m_keys->authority || !writeKey(authorityKeyPath, m_keys->authorityKey.get())
             || !writeCertificate(authorityPath(), m_keys->authority.get())) {
             *error = QStringLiteral("cannot create a certificate authority in %1").arg(m_directory);
             return false;
         }
-        m_createdAuthority = true;
+        m_createdAuthority = !m_replacedAuthority;
     }
 
     QByteArray names = "DNS:localhost,IP:127.0.0.1,IP:::1";
@@ -193,6 +245,8 @@ bool ZVXDevCertificates::prepare(const QString &bindAddress, QString *error)
 
 bool ZVXDevCertificates::apply(SSL_CTX &context) const
 {
+    // A client asking for handshake after handshake costs the server far more than itself.
+    SSL_CTX_set_options(&context, SSL_OP_NO_RENEGOTIATION);
     return SSL_CTX_set_min_proto_version(&context, TLS1_2_VERSION) == 1
         && SSL_CTX_use_certificate(&context, m_keys->server.get()) == 1
         && SSL_CTX_use_PrivateKey(&context, m_keys->serverKey.get()) == 1;

@@ -2,6 +2,8 @@
 
 #include "ZVXDevConnections.h"
 
+#include <QRegularExpression>
+
 #include <cmath>
 #include <thread>
 
@@ -80,10 +82,13 @@ std::optional<ZVXDevFaults::Fault> ZVXDevFaults::fromJSON(const QJsonObject &obj
     return fault;
 }
 
-void ZVXDevFaults::add(const Fault &fault)
+bool ZVXDevFaults::add(const Fault &fault)
 {
     std::lock_guard lock(m_mutex);
+    if (m_faults.size() >= MaxFaults)
+        return false;
     m_faults.append(fault);
+    return true;
 }
 
 void ZVXDevFaults::clear()
@@ -106,10 +111,50 @@ std::optional<ZVXDevFaults::Fault> ZVXDevFaults::take(const QString &method, con
     return std::nullopt;
 }
 
+QString ZVXDevFaults::route(const QString &path)
+{
+    static const QStringList exact{
+        QStringLiteral("/api/1.0/register"),
+        QStringLiteral("/api/1.0/status"),
+        QStringLiteral("/api/1.0/messages"),
+        QStringLiteral("/api/1.0/mark_messages"),
+        QStringLiteral("/api/1.0/push"),
+        QStringLiteral("/console"),
+        QStringLiteral("/console/console.js"),
+        QStringLiteral("/console/console.css"),
+        QStringLiteral("/console/api/conversations"),
+    };
+    // A prefix, then one segment or more: what the routes' patterns take.
+    static const QList<std::pair<QRegularExpression, QString>> templates{
+        {QRegularExpression(QStringLiteral("^/api/1\\.0/files/[^/]+$")),
+         QStringLiteral("/api/1.0/files/{uuid}")},
+        {QRegularExpression(QStringLiteral("^/api/1\\.0/previews/[^/]+$")),
+         QStringLiteral("/api/1.0/previews/{uuid}")},
+        {QRegularExpression(QStringLiteral("^/tiles/[^/]+/[^/]+/[^/]+$")),
+         QStringLiteral("/tiles/{z}/{x}/{y}.png")},
+        {QRegularExpression(QStringLiteral("^/console/api/conversations/[^/]+/messages$")),
+         QStringLiteral("/console/api/conversations/{id}/messages")},
+        {QRegularExpression(QStringLiteral("^/console/api/conversations/[^/]+/read$")),
+         QStringLiteral("/console/api/conversations/{id}/read")},
+        {QRegularExpression(QStringLiteral("^/console/api/files/[^/]+$")),
+         QStringLiteral("/console/api/files/{uuid}")},
+        {QRegularExpression(QStringLiteral("^/console/api/previews/[^/]+$")),
+         QStringLiteral("/console/api/previews/{uuid}")},
+    };
+    if (exact.contains(path))
+        return path;
+    for (const auto &[pattern, name] : templates) {
+        if (pattern.match(path).hasMatch())
+            return name;
+    }
+    return QStringLiteral("other");
+}
+
 void ZVXDevFaults::count(const QString &method, const QString &path)
 {
+    const QString key = method + QLatin1Char(' ') + route(path);
     std::lock_guard lock(m_mutex);
-    ++m_counters[method + QLatin1Char(' ') + path];
+    ++m_counters[key];
 }
 
 QJsonObject ZVXDevFaults::counters() const

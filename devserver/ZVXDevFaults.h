@@ -14,7 +14,10 @@
 
 /*!
     Faults that tests ask for ("the next 2 requests on /api/1.0/status
-    answer 503") and the number of requests seen per method and path.
+    answer 503") and the number of requests seen per method and route.
+    Both are bounded: a route is one of the server's own, named by its
+    template ("GET /api/1.0/files/{uuid}"), or "other", whatever the
+    paths clients make up; and at most MaxFaults faults wait at once.
 */
 class ZVXDevFaults
 {
@@ -56,13 +59,17 @@ public:
     */
     static bool apply(const Fault &fault, httplib::Response &res);
 
-    void add(const Fault &fault);
+    static constexpr int MaxFaults = 1000;
+    //! False when MaxFaults are waiting already.
+    bool add(const Fault &fault);
     void clear();
     //! The fault for this request, if one is pending; counts it down.
     std::optional<Fault> take(const QString &method, const QString &path);
 
+    //! The route \a path belongs to, as counted: "/api/1.0/files/{uuid}", or "other".
+    static QString route(const QString &path);
     void count(const QString &method, const QString &path);
-    //! "METHOD /path" to the number of requests.
+    //! "METHOD /route" to the number of requests.
     QJsonObject counters() const;
     void resetCounters();
 

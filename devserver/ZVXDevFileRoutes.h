@@ -16,8 +16,13 @@ namespace ZVXDevFileRoutes {
 
 void install(httplib::Server &server, const ZVXDevServices &services);
 
-//! Answers with the file (or its preview) of \a attachment, or 404 when there is none.
+/*!
+    Answers with the file (or its preview) of \a attachment, or 404 when
+    there is none; read from disk as it is sent, a range of it when \a req
+    asks for one. Files that are not plain pictures come as downloads, and
+    none may run script or reach anything in a browser.
+*/
 void serve(const ZVXDevFiles &files, const ZVXDevAttachmentRecord &attachment, bool preview,
-           httplib::Response &res);
+           const httplib::Request &req, httplib::Response &res);
 
 } // namespace ZVXDevFileRoutes

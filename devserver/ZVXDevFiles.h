@@ -39,6 +39,9 @@ public:
 
     //! Largest side of a preview, in pixels.
     static constexpr int PreviewSize = 480;
+    //! The largest picture decoded for a preview (at 4 bytes a pixel, 64 MiB); larger ones get
+    //! none.
+    static constexpr qint64 MaxDecodedPixels = 4096 * 4096;
 
 private:
     QString m_directory;

@@ -74,8 +74,9 @@ std::optional<ZVXDevMultipart::Form> form(const httplib::Request &req)
     const std::optional<QByteArray> boundary = ZVXDevMultipart::boundary(type);
     if (!boundary)
         return std::nullopt;
-    return ZVXDevMultipart::parse(QByteArray(req.body.data(), qsizetype(req.body.size())),
-                                  *boundary);
+    // No copy of what may be the largest body allowed: the request outlives its form.
+    return ZVXDevMultipart::parse(
+        QByteArray::fromRawData(req.body.data(), qsizetype(req.body.size())), *boundary);
 }
 
 bool readText(const QJsonObject &object, const QString &key, std::optional<QString> *value,
@@ -137,14 +138,23 @@ httplib::Server::Handler loopbackOnly(httplib::Server::Handler handler)
 
 QString loggableTarget(const httplib::Request &req)
 {
-    const QString target = text(req.target);
+    QString target = text(req.target);
     const qsizetype question = target.indexOf(QLatin1Char('?'));
-    if (question < 0 || !req.has_param("jwt"))
-        return target;
-    QUrlQuery query(target.mid(question + 1));
-    query.removeAllQueryItems(QStringLiteral("jwt"));
-    query.addQueryItem(QStringLiteral("jwt"), QStringLiteral("hidden"));
-    return target.left(question + 1) + query.toString(QUrl::FullyEncoded);
+    if (question >= 0 && (req.has_param("jwt") || req.has_param("key"))) {
+        QUrlQuery query(target.mid(question + 1));
+        for (const QString &secret : {QStringLiteral("jwt"), QStringLiteral("key")}) {
+            if (query.hasQueryItem(secret)) {
+                query.removeAllQueryItems(secret);
+                query.addQueryItem(secret, QStringLiteral("hidden"));
+            }
+        }
+        target = target.left(question + 1) + query.toString(QUrl::FullyEncoded);
+    }
+    // A line per request, whatever length of target a client makes up.
+    constexpr qsizetype MaxLength = 300;
+    if (target.size() > MaxLength)
+        target = target.left(MaxLength) + QStringLiteral("... (%1 characters)").arg(target.size());
+    return target;
 }
 
 bool isIdentifier(const QString &text)

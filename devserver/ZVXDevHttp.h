@@ -66,7 +66,8 @@ bool isLoopbackPeer(const httplib::Request &req);
 //! \a handler for loopback clients; others get 403.
 httplib::Server::Handler loopbackOnly(httplib::Server::Handler handler);
 
-//! The request target without the secret a query may carry, for the log.
+//! The request target without the secrets a query may carry (a token, the console's key), for
+//! the log.
 QString loggableTarget(const httplib::Request &req);
 
 //! An identifier that is safe in a path and a file name: letters, digits, ".", "_", "-".

@@ -89,7 +89,17 @@ std::optional<ZVXDevOptions> ZVXDevOptions::parse(const QStringList &arguments, 
            QStringLiteral("count"));
     option(QStringLiteral("max-upload-mb"),
            QStringLiteral("Largest request body in MiB (default 32)."), QStringLiteral("mib"));
-    option(QStringLiteral("threads"), QStringLiteral("Connections served at once (default 32)."),
+    option(QStringLiteral("threads"), QStringLiteral("Connections served at once (default 128)."),
+           QStringLiteral("count"));
+    option(QStringLiteral("header-timeout"),
+           QStringLiteral("Seconds a client has for its TLS handshake, and for each request's "
+                          "line and headers (default 10)."),
+           QStringLiteral("seconds"));
+    option(QStringLiteral("body-timeout"),
+           QStringLiteral("Seconds a client has for each request's body (default 60)."),
+           QStringLiteral("seconds"));
+    option(QStringLiteral("max-push-streams"),
+           QStringLiteral("Push streams open at once (default 32; 4 per device)."),
            QStringLiteral("count"));
     option(QStringLiteral("no-tcp-nodelay"),
            QStringLiteral("Leave Nagle's algorithm on (only to measure what it costs)."));
@@ -159,17 +169,31 @@ std::optional<ZVXDevOptions> ZVXDevOptions::parse(const QStringList &arguments, 
     int port = options.port;
     int botDelay = int(options.botDelay.count());
     int uploadMiB = int(options.maxUploadBytes / (1024 * 1024));
+    double headerSeconds = double(options.headerTimeout.count()) / 1000.0;
+    double bodySeconds = double(options.bodyTimeout.count()) / 1000.0;
     if (!readNumber(parser, QStringLiteral("port"), 0, 65535, &port, error)
         || !readNumber(parser, QStringLiteral("polling-interval"), 0.0, 3600.0,
                        &options.pollingInterval, error)
         || !readNumber(parser, QStringLiteral("bot-delay"), 0, 600000, &botDelay, error)
         || !readNumber(parser, QStringLiteral("max-upload-mb"), 1, 1024, &uploadMiB, error)
-        || !readNumber(parser, QStringLiteral("threads"), 4, 512, &options.threads, error)
+        || !readNumber(parser, QStringLiteral("threads"), 8, 512, &options.threads, error)
+        || !readNumber(parser, QStringLiteral("header-timeout"), 0.5, 600.0, &headerSeconds, error)
+        || !readNumber(parser, QStringLiteral("body-timeout"), 0.5, 3600.0, &bodySeconds, error)
+        || !readNumber(parser, QStringLiteral("max-push-streams"), 1, 100000,
+                       &options.maxPushStreams, error)
         || !readNumber(parser, QStringLiteral("max-receipts"), 1, 10000000, &options.maxReceipts,
                        error))
         return std::nullopt;
     options.port = quint16(port);
     options.botDelay = std::chrono::milliseconds(botDelay);
     options.maxUploadBytes = qint64(uploadMiB) * 1024 * 1024;
+    options.headerTimeout = std::chrono::milliseconds(qint64(headerSeconds * 1000.0));
+    options.bodyTimeout = std::chrono::milliseconds(qint64(bodySeconds * 1000.0));
+    // Streams hold a connection each: at most half of them, so that requests always find room.
+    if (options.maxPushStreams > options.threads / 2) {
+        *error = QStringLiteral("--max-push-streams must be at most half of --threads (%1)")
+                     .arg(options.threads / 2);
+        return std::nullopt;
+    }
     return options;
 }

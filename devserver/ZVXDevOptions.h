@@ -35,7 +35,15 @@ struct ZVXDevOptions
     //! Message uuids GET /admin/receipts remembers; more only add to a count.
     int maxReceipts = 100000;
     qint64 maxUploadBytes = 32 * 1024 * 1024;
-    int threads = 32;
+    //! Connections served at once: enough that push streams and slow clients leave room.
+    int threads = 128;
+    //! For a TLS handshake, and for each request's line and headers.
+    std::chrono::milliseconds headerTimeout{10000};
+    //! For each request's body.
+    std::chrono::milliseconds bodyTimeout{60000};
+    //! Push streams open at once, and per device.
+    int maxPushStreams = 32;
+    int maxPushStreamsPerDevice = 4;
     //! Only for measuring what Nagle's algorithm costs.
     bool tcpNoDelay = true;
 

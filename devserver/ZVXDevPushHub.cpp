@@ -1,11 +1,23 @@
 #include "ZVXDevPushHub.h"
 
-ZVXDevPushHub::SubscriptionPtr ZVXDevPushHub::subscribe(qint64 user, const QString &installationId)
+#include <algorithm>
+
+ZVXDevPushHub::SubscriptionPtr ZVXDevPushHub::subscribe(qint64 user, const QString &installationId,
+                                                        Refusal *refusal)
 {
     auto subscription = std::make_shared<Subscription>();
     subscription->user = user;
     subscription->installationId = installationId;
     std::lock_guard lock(m_mutex);
+    const auto sameDevice = std::count_if(
+        m_subscriptions.cbegin(), m_subscriptions.cend(), [&](const SubscriptionPtr &other) {
+            return other->user == user && other->installationId == installationId;
+        });
+    *refusal = sameDevice >= m_maxPerDevice                            ? Refusal::DeviceFull
+        : qsizetype(m_subscriptions.size()) >= qsizetype(m_maxStreams) ? Refusal::ServerFull
+                                                                       : Refusal::None;
+    if (*refusal != Refusal::None)
+        return nullptr;
     m_subscriptions.push_back(subscription);
     return subscription;
 }

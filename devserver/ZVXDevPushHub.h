@@ -15,11 +15,18 @@
 /*!
     The devices listening for push payloads, each on its own event stream.
     Publishing hands a payload to every stream of the user; a stream takes
-    them one by one, in order, from whichever thread serves it.
+    them one by one, in order, from whichever thread serves it. A stream
+    holds a connection, and its thread, for as long as it is open: there
+    are at most \a maxStreams of them, and \a maxPerDevice per device.
 */
 class ZVXDevPushHub
 {
 public:
+    ZVXDevPushHub(int maxStreams, int maxPerDevice)
+        : m_maxStreams(maxStreams)
+        , m_maxPerDevice(maxPerDevice)
+    { }
+
     struct Subscription
     {
         qint64 user = 0;
@@ -28,7 +35,9 @@ public:
     };
     using SubscriptionPtr = std::shared_ptr<Subscription>;
 
-    SubscriptionPtr subscribe(qint64 user, const QString &installationId);
+    enum class Refusal { None, DeviceFull, ServerFull };
+    //! A new stream, or null and why when there is no room for it.
+    SubscriptionPtr subscribe(qint64 user, const QString &installationId, Refusal *refusal);
     void unsubscribe(const SubscriptionPtr &subscription);
 
     //! Queues \a payloadFor(installationId) on every stream of \a user.
@@ -49,4 +58,6 @@ private:
     std::condition_variable m_changed;
     std::list<SubscriptionPtr> m_subscriptions;
     bool m_stopped = false;
+    int m_maxStreams;
+    int m_maxPerDevice;
 };

@@ -1,6 +1,7 @@
 #include "ZVXDevPushRoutes.h"
 
 #include "ZVXDevJSON.h"
+#include "ZVXDevOptions.h"
 #include "ZVXDevPushHub.h"
 #include "ZVXDevServices.h"
 #include "ZVXDevStorage.h"
@@ -33,8 +34,23 @@ void stream(const ZVXDevServices &services, httplib::Response &res, const ZVXDev
         return;
     }
     ZVXDevPushHub &hub = services.push;
+    ZVXDevPushHub::Refusal refusal = ZVXDevPushHub::Refusal::None;
     const ZVXDevPushHub::SubscriptionPtr subscription
-        = hub.subscribe(user->id, identity.installationId);
+        = hub.subscribe(user->id, identity.installationId, &refusal);
+    if (!subscription) {
+        // A stream lives until its client goes: by then, or at the next keep-alive, there is room.
+        res.set_header("Retry-After", std::to_string(KeepAliveInterval.count()));
+        if (refusal == ZVXDevPushHub::Refusal::DeviceFull)
+            ZVXDevHttp::replyError(res, 429,
+                                   QStringLiteral("this device has %1 push streams open already")
+                                       .arg(services.options.maxPushStreamsPerDevice));
+        else
+            ZVXDevHttp::replyError(res, 503,
+                                   QStringLiteral("the server has %1 push streams open, as many "
+                                                  "as it serves")
+                                       .arg(services.options.maxPushStreams));
+        return;
+    }
     res.set_header("Cache-Control", "no-cache");
     const auto provider
         = [&hub, subscription, connected = false](size_t, httplib::DataSink &sink) mutable {

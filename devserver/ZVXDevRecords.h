@@ -79,6 +79,8 @@ struct ZVXDevMessageQuery
     std::optional<qint64> sinceSeconds;
     std::optional<qint64> untilSeconds;
     int limit = 0;
+    //! What the page's messages may weigh, as stored (at least one comes); 0 for no limit.
+    qint64 maxBytes = 0;
 };
 
 struct ZVXDevMessagePage
@@ -87,6 +89,30 @@ struct ZVXDevMessagePage
     QList<ZVXDevMessageRecord> messages;
     //! Older messages exist than the first one of the page.
     bool moreMessages = false;
+};
+
+//! A window of one conversation by row, for the console: what came after a row, or before one.
+struct ZVXDevConsoleQuery
+{
+    std::optional<qint64> afterId;
+    //! Without either: the latest page.
+    std::optional<qint64> beforeId;
+    int limit = 0;
+    qint64 maxBytes = 0;
+};
+
+struct ZVXDevConsolePage
+{
+    //! Oldest first.
+    QList<ZVXDevMessageRecord> messages;
+    //! Messages exist before the first of the page (for "before" and the latest page).
+    bool earlier = false;
+    //! The page stopped before the last message (for "after").
+    bool later = false;
+    //! The most recent agent and system messages the user has not read, by row, newest first.
+    QList<qint64> unseen;
+    //! More of them exist, all older than the last one listed.
+    bool unseenMore = false;
 };
 
 struct ZVXDevConversationSummary

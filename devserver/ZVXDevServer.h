@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ZVXDevServices.h"
+#include "ZVXDevTiles.h"
 
 #include <QString>
 
@@ -30,6 +31,8 @@ private:
     void installHooks();
 
     ZVXDevServices &m_services;
+    ZVXDevTiles::Painter m_tiles;
     std::unique_ptr<httplib::SSLServer> m_server;
+    int m_listener = -1;
     std::thread m_thread;
 };

@@ -3,6 +3,9 @@
 #include "ZVXDevAuth.h"
 #include "ZVXDevHttp.h"
 
+#include <QStringList>
+
+class ZVXDevBodies;
 class ZVXDevConversations;
 class ZVXDevFaults;
 class ZVXDevFiles;
@@ -23,8 +26,15 @@ struct ZVXDevServices
     ZVXDevFaults &faults;
     //! Kept only with --admin.
     ZVXDevReceipts &receipts;
+    //! Every route that takes a body reads it through these limits.
+    ZVXDevBodies &bodies;
+    //! What the agent console asks of whoever uses it, made afresh at every start.
+    QByteArray consoleKey;
     //! "https://address:port" for requests that name no host; set once the port is known.
     QString origin;
+    //! Every origin the server's certificate answers for (127.0.0.1, localhost, ::1 and the bound
+    //! address, with the port): pages of no other origin may change anything in the console.
+    QStringList origins;
 
     //! Where the API's files and previews are, as the client of \a req reaches them.
     QString apiBase(const httplib::Request &req) const

@@ -126,6 +126,7 @@ public:
     }
 
     qint64 integer(int column) const { return sqlite3_column_int64(m_statement, column); }
+    qint64 size(int column) const { return sqlite3_column_bytes(m_statement, column); }
     std::optional<QString> text(int column) const
     {
         if (sqlite3_column_type(m_statement, column) == SQLITE_NULL)
@@ -317,12 +318,12 @@ void ZVXDevStorage::registerDevice(qint64 user, const ZVXDevDevice &device)
 {
     std::lock_guard lock(m_mutex);
     Transaction transaction(m_db);
-    // An installation belongs to one user at a time: the last one to register on it.
-    if (!device.installationId.isEmpty()) {
+    // The installation moved to this user: its pushes must not reach the one before.
+    if (device.deviceToken && !device.deviceToken->isEmpty()) {
         Statement(m_db,
-                  "DELETE FROM devices WHERE installation_id = ?1 AND user != ?2"
+                  "DELETE FROM devices WHERE device_token = ?1 AND user != ?2"
                   " AND api_key = (SELECT api_key FROM users WHERE id = ?2)")
-            .bind(device.installationId, user)
+            .bind(*device.deviceToken, user)
             .run();
     }
     Statement(m_db,
@@ -386,10 +387,19 @@ ZVXDevStorage::Insert ZVXDevStorage::insertMessage(const ZVXDevMessageRecord &me
     return Insert::Stored;
 }
 
-QList<ZVXDevMessageRecord> ZVXDevStorage::readMessages(Statement &statement)
+QList<ZVXDevMessageRecord> ZVXDevStorage::readMessages(Statement &statement, qint64 maxBytes,
+                                                       bool *stopped)
 {
     QList<ZVXDevMessageRecord> messages;
+    qint64 bytes = 0;
     while (statement.next()) {
+        // Text, name, location and context: what a message of the page weighs, before reading it.
+        bytes += statement.size(4) + statement.size(5) + statement.size(6) + statement.size(7);
+        if (maxBytes > 0 && bytes > maxBytes && !messages.isEmpty()) {
+            if (stopped)
+                *stopped = true;
+            break;
+        }
         ZVXDevMessageRecord message;
         message.id = statement.integer(0);
         message.uuid = statement.string(1);
@@ -436,11 +446,12 @@ ZVXDevMessagePage ZVXDevStorage::messages(qint64 user, const ZVXDevMessageQuery 
         // Forward from the date, so that a client catching up walks through in pages.
         Statement select(m_db, (range + " ORDER BY date_ms, id LIMIT ?").constData());
         select.bind(user, lower, upper, query.limit);
-        page.messages = readMessages(select);
+        page.messages = readMessages(select, query.maxBytes);
     } else {
+        // Newest first, so that a page cut by its weight keeps the newest.
         Statement select(m_db, (range + " ORDER BY date_ms DESC, id DESC LIMIT ?").constData());
         select.bind(user, lower, upper, query.limit);
-        page.messages = readMessages(select);
+        page.messages = readMessages(select, query.maxBytes);
         std::reverse(page.messages.begin(), page.messages.end());
     }
 
@@ -452,6 +463,40 @@ ZVXDevMessagePage ZVXDevStorage::messages(qint64 user, const ZVXDevMessageQuery 
     else
         older.bind(user, lower, qint64(0));
     page.moreMessages = older.next() && older.integer(0) != 0;
+    return page;
+}
+
+ZVXDevConsolePage ZVXDevStorage::consoleMessages(qint64 user, const ZVXDevConsoleQuery &query)
+{
+    std::lock_guard lock(m_mutex);
+    ZVXDevConsolePage page;
+    const QByteArray columns = QByteArray("SELECT ") + MessageColumns + " FROM messages";
+    if (query.afterId) {
+        Statement select(m_db,
+                         (columns + " WHERE user = ? AND id > ? ORDER BY id LIMIT ?").constData());
+        select.bind(user, *query.afterId, query.limit);
+        page.messages = readMessages(select, query.maxBytes, &page.later);
+        page.later = page.later || page.messages.size() == query.limit;
+    } else {
+        Statement select(
+            m_db, (columns + " WHERE user = ? AND id < ? ORDER BY id DESC LIMIT ?").constData());
+        select.bind(user, query.beforeId.value_or(std::numeric_limits<qint64>::max()), query.limit);
+        page.messages = readMessages(select, query.maxBytes);
+        std::reverse(page.messages.begin(), page.messages.end());
+        Statement earlier(m_db, "SELECT EXISTS (SELECT 1 FROM messages WHERE user = ? AND id < ?)");
+        earlier.bind(
+            user, page.messages.isEmpty() ? query.beforeId.value_or(0) : page.messages.first().id);
+        page.earlier = earlier.next() && earlier.integer(0) != 0;
+    }
+    Statement unseen(m_db,
+                     "SELECT id FROM messages WHERE user = ? AND sender != 'user' AND read = 0"
+                     " ORDER BY id DESC LIMIT ?");
+    unseen.bind(user, MaxUnseen + 1);
+    while (unseen.next())
+        page.unseen.append(unseen.integer(0));
+    page.unseenMore = page.unseen.size() > MaxUnseen;
+    if (page.unseenMore)
+        page.unseen.removeLast();
     return page;
 }
 
@@ -495,7 +540,7 @@ std::optional<ZVXDevAttachmentRecord> ZVXDevStorage::attachment(const QString &u
     return readAttachment(select);
 }
 
-QList<ZVXDevConversationSummary> ZVXDevStorage::conversations()
+QList<ZVXDevConversationSummary> ZVXDevStorage::conversations(int limit, int textLength)
 {
     std::lock_guard lock(m_mutex);
     const QByteArray sql = QByteArray("SELECT ") + UserColumns
@@ -503,8 +548,10 @@ QList<ZVXDevConversationSummary> ZVXDevStorage::conversations()
           " (SELECT count(*) FROM devices WHERE user = u.id),"
           " (SELECT id FROM messages WHERE user = u.id ORDER BY date_ms DESC, id DESC LIMIT 1)"
           " AS last FROM users u"
-          " ORDER BY (SELECT date_ms FROM messages WHERE id = last) DESC, u.seen_ms DESC";
+          " ORDER BY (SELECT date_ms FROM messages WHERE id = last) DESC, u.seen_ms DESC"
+          " LIMIT ?";
     Statement select(m_db, sql.constData());
+    select.bind(limit);
     QList<ZVXDevConversationSummary> conversations;
     QList<qint64> lastMessages;
     while (select.next()) {
@@ -515,10 +562,13 @@ QList<ZVXDevConversationSummary> ZVXDevStorage::conversations()
         lastMessages.append(select.integer(8));
         conversations.append(summary);
     }
-    const QByteArray one = QByteArray("SELECT ") + MessageColumns + " FROM messages WHERE id = ?";
-    Statement last(m_db, one.constData());
+    // The list shows a line of each: no more of the text, and neither context nor location.
+    Statement last(m_db,
+                   "SELECT id, uuid, user, sender, substr(text, 1, ?), user_name,"
+                   " iif(location IS NULL, NULL, '{}'), NULL, date_ms, read"
+                   " FROM messages WHERE id = ?");
     for (int i = 0; i < conversations.size(); ++i) {
-        last.bind(lastMessages.at(i));
+        last.bind(textLength, lastMessages.at(i));
         const QList<ZVXDevMessageRecord> found = readMessages(last);
         if (!found.isEmpty())
             conversations[i].lastMessage = found.first();

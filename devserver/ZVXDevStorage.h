@@ -31,7 +31,13 @@ public:
     std::optional<ZVXDevUser> findUser(const ZVXDevIdentity &identity);
     std::optional<ZVXDevUser> user(qint64 id);
 
-    //! Records \a device for \a user, replacing what the installation registered before.
+    /*!
+        Records \a device for \a user, replacing what the installation
+        registered before. An installation identifier names a device within
+        its user only: another user's registration never touches it. A push
+        token, which only the installation it was issued to holds, belongs
+        to the last user who registered it.
+    */
     void registerDevice(qint64 user, const ZVXDevDevice &device);
     bool hasDevice(qint64 user, const QString &installationId);
 
@@ -50,6 +56,9 @@ public:
                          const std::function<bool()> &commitFiles = {});
 
     ZVXDevMessagePage messages(qint64 user, const ZVXDevMessageQuery &query);
+    //! The console's window; with at most MaxUnseen of the messages the user has not read.
+    ZVXDevConsolePage consoleMessages(qint64 user, const ZVXDevConsoleQuery &query);
+    static constexpr int MaxUnseen = 100;
     //! Agent and system messages the user has not seen.
     int unreadCount(qint64 user);
     //! Marks those of \a uuids that are agent or system messages of \a user as seen.
@@ -59,13 +68,19 @@ public:
 
     std::optional<ZVXDevAttachmentRecord> attachment(const QString &uuid);
 
-    //! Every conversation, the most recently active first.
-    QList<ZVXDevConversationSummary> conversations();
+    /*!
+        The \a limit most recently active conversations, first the most
+        recent; the text of their last message cut to \a textLength
+        characters, without its context and location.
+    */
+    QList<ZVXDevConversationSummary> conversations(int limit, int textLength);
 
 private:
     class Statement;
     bool execute(const char *sql);
-    QList<ZVXDevMessageRecord> readMessages(Statement &statement);
+    //! The rows of \a statement, up to \a maxBytes of them as stored (at least one; 0: all).
+    QList<ZVXDevMessageRecord> readMessages(Statement &statement, qint64 maxBytes = 0,
+                                            bool *stopped = nullptr);
     void loadAttachments(QList<ZVXDevMessageRecord> &messages);
 
     std::mutex m_mutex;

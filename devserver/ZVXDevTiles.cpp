@@ -68,13 +68,56 @@ std::optional<QByteArray> render(int z, int x, int y)
     return png;
 }
 
-void install(httplib::Server &server)
+Painter::Painter()
+    : m_thread([this] { run(); })
+{ }
+
+Painter::~Painter()
+{
+    {
+        std::lock_guard lock(m_mutex);
+        m_stopping = true;
+    }
+    m_wake.notify_all();
+    m_thread.join();
+}
+
+std::optional<QByteArray> Painter::tile(int z, int x, int y)
+{
+    std::future<std::optional<QByteArray>> result;
+    {
+        std::lock_guard lock(m_mutex);
+        m_jobs.push_back({z, x, y, {}});
+        result = m_jobs.back().result.get_future();
+    }
+    m_wake.notify_one();
+    return result.get();
+}
+
+void Painter::run()
+{
+    // Fonts load on first use: now, rather than in the first request for a tile.
+    render(0, 0, 0);
+    std::unique_lock lock(m_mutex);
+    for (;;) {
+        m_wake.wait(lock, [this] { return m_stopping || !m_jobs.empty(); });
+        if (m_jobs.empty())
+            return;
+        Job job = std::move(m_jobs.front());
+        m_jobs.pop_front();
+        lock.unlock();
+        job.result.set_value(render(job.z, job.x, job.y));
+        lock.lock();
+    }
+}
+
+void install(httplib::Server &server, Painter &painter)
 {
     server.Get(R"(/tiles/(\d{1,2})/(\d{1,8})/(\d{1,8})\.png)",
-               [](const httplib::Request &req, httplib::Response &res) {
+               [&painter](const httplib::Request &req, httplib::Response &res) {
                    const std::optional<QByteArray> png
-                       = render(std::stoi(req.matches[1]), std::stoi(req.matches[2]),
-                                std::stoi(req.matches[3]));
+                       = painter.tile(std::stoi(req.matches[1]), std::stoi(req.matches[2]),
+                                      std::stoi(req.matches[3]));
                    if (!png) {
                        ZVXDevHttp::replyError(res, 404, QStringLiteral("no such tile"));
                        return;

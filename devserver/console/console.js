@@ -1,11 +1,14 @@
 // The agents' page: lists the conversations, shows one, and sends replies.
-// It polls the server, so new messages show up within a couple of seconds.
+// It polls the server, so new messages show up within a couple of seconds;
+// each poll fetches only the messages after the last one shown.
 "use strict";
 
 const api = "/console/api";
 const pollInterval = 1500;
 let selected = null;
-let shownMessages = "";
+// The selected conversation's messages on screen: the rows of the first and
+// the last, and whether the server has earlier ones.
+let shown = { loaded: false, first: null, last: 0 };
 
 const $ = (id) => document.getElementById(id);
 
@@ -64,9 +67,11 @@ function renderConversations(conversations) {
 function renderMessage(message) {
   const item = element("li", "message " + message.sender);
   item.dataset.uuid = message.uuid;
+  item.dataset.id = message.id;
   const who = message.sender === "user" ? (message.userName || "User") : (message.userName || message.sender);
-  const seen = message.read ? " · seen" : "";
-  item.append(element("div", "meta", `${who} · ${formatDate(message.date)}${seen}`));
+  const meta = element("div", "meta", `${who} · ${formatDate(message.date)}`);
+  if (message.sender !== "user") meta.append(element("span", "seen", message.read ? " · seen" : ""));
+  item.append(meta);
   if (message.text) item.append(element("div", "text", message.text));
   if (message.location) {
     const { lat, lng, address } = message.location;
@@ -94,17 +99,45 @@ function renderMessage(message) {
   return item;
 }
 
+// "· seen" on the agent's messages the user has read. The server lists the
+// latest unread ones; with more of them, everything older counts as unread.
+function markSeen(page) {
+  const unseen = new Set(page.unseen);
+  const oldest = Math.min(...page.unseen);
+  for (const mark of $("messages").querySelectorAll(".seen")) {
+    const id = Number(mark.closest("li").dataset.id);
+    const seen = !unseen.has(id) && !(page.unseenMore && id < oldest);
+    mark.textContent = seen ? " · seen" : "";
+  }
+}
+
+function showEarlierButton(earlier) {
+  $("earlier").hidden = !earlier;
+}
+
 async function refreshMessages() {
   if (!selected) return;
   const id = selected.id;
-  const { messages } = await getJSON(`/conversations/${id}/messages`);
-  if (selected?.id !== id) return;
-  const fingerprint = JSON.stringify(messages);
-  if (fingerprint !== shownMessages) {
-    shownMessages = fingerprint;
-    const list = $("messages");
-    list.replaceChildren(...messages.map(renderMessage));
-    list.scrollTop = list.scrollHeight;
+  const pane = $("messages-pane");
+  for (;;) {
+    const query = shown.loaded ? `?after=${shown.last}` : "";
+    const page = await getJSON(`/conversations/${id}/messages${query}`);
+    if (selected?.id !== id) return;
+    const atBottom = pane.scrollTop + pane.clientHeight >= pane.scrollHeight - 8;
+    if (!shown.loaded) {
+      shown.loaded = true;
+      showEarlierButton(page.earlier);
+    }
+    // Polls and a sent reply may overlap: what is on screen already stays as it is.
+    const fresh = page.messages.filter((message) => message.id > shown.last);
+    $("messages").append(...fresh.map(renderMessage));
+    if (fresh.length) {
+      shown.last = fresh.at(-1).id;
+      shown.first ??= fresh[0].id;
+      if (atBottom) pane.scrollTop = pane.scrollHeight;
+    }
+    markSeen(page);
+    if (!page.later) break;
   }
   if (selected.unread > 0) {
     await fetch(`${api}/conversations/${id}/read`, { method: "POST" });
@@ -112,9 +145,25 @@ async function refreshMessages() {
   }
 }
 
+async function showEarlier() {
+  if (!selected || shown.first === null) return;
+  const id = selected.id;
+  const page = await getJSON(`/conversations/${id}/messages?before=${shown.first}`);
+  if (selected?.id !== id) return;
+  const pane = $("messages-pane");
+  const fromBottom = pane.scrollHeight - pane.scrollTop;
+  $("messages").prepend(...page.messages.map(renderMessage));
+  if (page.messages.length) shown.first = page.messages[0].id;
+  showEarlierButton(page.earlier);
+  markSeen(page);
+  pane.scrollTop = pane.scrollHeight - fromBottom;
+}
+
 function select(conversation) {
   selected = conversation;
-  shownMessages = "";
+  shown = { loaded: false, first: null, last: 0 };
+  $("messages").replaceChildren();
+  showEarlierButton(false);
   $("conversation").hidden = false;
   $("conversation-title").textContent = displayName(conversation);
   const details = [
@@ -173,4 +222,5 @@ async function poll() {
 $("agent-name").value = localStorage.getItem("agentName") || "";
 $("agent-name").addEventListener("change", () => localStorage.setItem("agentName", $("agent-name").value.trim()));
 $("reply").addEventListener("submit", sendReply);
+$("earlier").addEventListener("click", () => showEarlier().catch(showError));
 poll();

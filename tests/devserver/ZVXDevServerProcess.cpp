@@ -6,6 +6,7 @@
 
 #include <QDeadlineTimer>
 #include <QSignalSpy>
+#include <QUrlQuery>
 
 using namespace Qt::StringLiterals;
 
@@ -32,6 +33,7 @@ bool ZVXDevServerProcess::start(const QStringList &arguments)
 {
     m_arguments = arguments;
     m_origin.clear();
+    m_printed.clear();
     m_process.start(QStringLiteral(ZUVERO_DEVSERVER),
                     QStringList{u"--data"_s, m_data.path(), u"--port"_s, u"0"_s} + arguments);
     const QDeadlineTimer deadline(30000);
@@ -40,11 +42,16 @@ bool ZVXDevServerProcess::start(const QStringList &arguments)
             break;
         while (m_process.canReadLine()) {
             const QString line = QString::fromUtf8(m_process.readLine()).trimmed();
+            m_printed.append(line);
             const QString prefix = u"zuvero-devserver: "_s;
-            if (line.startsWith(prefix + u"certificate authority: "_s))
+            if (line.startsWith(prefix + u"certificate authority: "_s)) {
                 m_authorityPath = line.section(u": "_s, 2);
-            else if (line.startsWith(prefix + u"listening on "_s))
+            } else if (line.startsWith(prefix + u"console: "_s)) {
+                m_consoleURL = line.section(u": "_s, 2);
+                m_consoleKey = QUrlQuery(QUrl(m_consoleURL)).queryItemValue(u"key"_s);
+            } else if (line.startsWith(prefix + u"listening on "_s)) {
                 m_origin = line.section(QLatin1Char(' '), 3);
+            }
         }
     }
     return !m_origin.isEmpty();
@@ -71,6 +78,7 @@ QVariantMap ZVXDevReply::json() const
 ZVXDevClient::ZVXDevClient(const ZVXDevServerProcess &server, const QString &token)
     : token(token)
     , m_origin(server.origin())
+    , m_consoleKey(server.consoleKey())
     , m_ssl(QSslConfiguration::defaultConfiguration())
 {
     m_ssl.setCaCertificates(QSslCertificate::fromPath(server.authorityPath()));
@@ -85,6 +93,8 @@ QNetworkRequest ZVXDevClient::request(const QString &pathOrURL) const
     request.setSslConfiguration(m_ssl);
     if (!token.isEmpty())
         request.setRawHeader("X-ZVL-JWT", token.toUtf8());
+    if (request.url().path().startsWith(QLatin1String("/console")))
+        request.setRawHeader("X-Zuvero-Console", m_consoleKey.toLatin1());
     return request;
 }
 

@@ -30,6 +30,13 @@ public:
 
     QString origin() const { return m_origin; }
     QString authorityPath() const { return m_authorityPath; }
+    //! The agent console's key, from the address the server printed.
+    QString consoleKey() const { return m_consoleKey; }
+    //! The address it printed for the console, key included.
+    QString consoleURL() const { return m_consoleURL; }
+    qint64 pid() const { return m_process.processId(); }
+    //! What it printed on its standard output before it listened.
+    QStringList printed() const { return m_printed; }
     QString dataDirectory() const { return m_data.path(); }
     //! The file that holds the server's log with Log::ToFile.
     QString logPath() const;
@@ -40,6 +47,9 @@ private:
     QStringList m_arguments;
     QString m_origin;
     QString m_authorityPath;
+    QString m_consoleKey;
+    QString m_consoleURL;
+    QStringList m_printed;
 };
 
 //! A reply read whole.
@@ -54,7 +64,8 @@ struct ZVXDevReply
 
 /*!
     A client of the server with verification on, trusting only the server's
-    own authority, speaking as one user (the token it was given).
+    own authority, speaking as one user (the token it was given), and to the
+    console as a script with its key.
 */
 class ZVXDevClient
 {
@@ -91,6 +102,7 @@ public:
 
 private:
     QString m_origin;
+    QString m_consoleKey;
     QSslConfiguration m_ssl;
     QNetworkAccessManager m_manager;
 };

@@ -55,9 +55,13 @@ class Server:
              "--welcome-message", "Welcome! How can we help?"],
             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
         authority = None
+        self.console_key = ""
         for line in self.process.stdout:
             if "certificate authority: " in line:
                 authority = line.split(": ", 2)[2].strip()
+            if "console: " in line and "key=" in line:
+                # The console answers only its agent: the key it printed, with its own origin.
+                self.console_key = line.strip().rsplit("key=", 1)[1]
             if "listening on " in line:
                 self.port = int(line.rsplit(":", 1)[1])
                 break
@@ -71,6 +75,9 @@ class Server:
         all_headers = dict(headers or {})
         if token:
             all_headers["X-ZVL-JWT"] = token
+        if path.startswith("/console"):
+            all_headers["X-Zuvero-Console"] = self.console_key
+            all_headers["Origin"] = "https://127.0.0.1:%d" % self.port
         connection.request(method, path, body=body, headers=all_headers)
         response = connection.getresponse()
         reply = (response.status, response.getheaders(), response.read())

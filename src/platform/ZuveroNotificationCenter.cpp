@@ -8,7 +8,8 @@
 struct ZuveroNotificationObserverEntry
 {
     QString name;
-    const QObject *object = nullptr;
+    // Only the identity: an observer does not keep what it watches alive.
+    const void *object = nullptr;
     ZuveroNotificationCenter::Block block;
     std::atomic<bool> active{true};
     std::weak_ptr<ZuveroNotificationCenterPrivate> center;
@@ -74,12 +75,13 @@ ZuveroNotificationCenter *ZuveroNotificationCenter::defaultCenter()
     return &center;
 }
 
-ZuveroNotificationObserver ZuveroNotificationCenter::addObserver(const QString &name,
-                                                                 const QObject *object, Block block)
+ZuveroNotificationObserver
+ZuveroNotificationCenter::addObserver(const QString &name, const ZuveroNotificationObject &object,
+                                      Block block)
 {
     auto entry = std::make_shared<ZuveroNotificationObserverEntry>();
     entry->name = name;
-    entry->object = object;
+    entry->object = object.identity();
     entry->block = std::move(block);
     entry->center = d;
     QMutexLocker locker(&d->mutex);
@@ -95,7 +97,7 @@ void ZuveroNotificationCenter::post(const ZuveroNotification &notification)
         QMutexLocker locker(&d->mutex);
         for (const auto &entry : std::as_const(d->entries)) {
             if ((entry->name.isEmpty() || entry->name == notification.name())
-                && (!entry->object || entry->object == notification.object()))
+                && (!entry->object || entry->object == notification.object().identity()))
                 matching.append(entry);
         }
     }
@@ -106,7 +108,7 @@ void ZuveroNotificationCenter::post(const ZuveroNotification &notification)
     }
 }
 
-void ZuveroNotificationCenter::post(const QString &name, QObject *object,
+void ZuveroNotificationCenter::post(const QString &name, const ZuveroNotificationObject &object,
                                     const QVariantMap &userInfo)
 {
     post(ZuveroNotification(name, object, userInfo));

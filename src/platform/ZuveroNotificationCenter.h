@@ -8,25 +8,78 @@
 
 #include <functional>
 #include <memory>
+#include <type_traits>
+#include <typeinfo>
 
-//! One posted notification: a name, the object that posted it, and further information.
+/*!
+    What a notification is about: a service object (the facade, a monitor)
+    or a shared model object (a message, an attachment). Observers match it
+    by identity: two values are the same object when they point at the same
+    thing. A notification keeps a shared object alive while it is delivered;
+    an observer's filter only remembers its identity.
+*/
+class ZUVERO_EXPORT ZuveroNotificationObject
+{
+public:
+    ZuveroNotificationObject() = default;
+    ZuveroNotificationObject(std::nullptr_t) { }
+    ZuveroNotificationObject(const QObject *object)
+        : m_identity(object)
+        , m_object(const_cast<QObject *>(object))
+    { }
+    template<typename T>
+    ZuveroNotificationObject(const std::shared_ptr<T> &object)
+        : m_identity(object.get())
+        , m_shared(std::const_pointer_cast<std::remove_const_t<T>>(object))
+        , m_type(&typeid(std::remove_const_t<T>))
+    { }
+
+    bool isNull() const { return m_identity == nullptr; }
+    //! The address that identifies the object.
+    const void *identity() const { return m_identity; }
+    //! The service object; null for a shared one.
+    QObject *qobject() const { return m_object; }
+    //! The shared object when it is a  T; null otherwise.
+    template<typename T>
+    std::shared_ptr<T> value() const
+    {
+        if (!m_type || *m_type != typeid(T))
+            return nullptr;
+        return std::static_pointer_cast<T>(m_shared);
+    }
+
+    friend bool operator==(const ZuveroNotificationObject &a, const ZuveroNotificationObject &b)
+    {
+        return a.m_identity == b.m_identity;
+    }
+
+private:
+    const void *m_identity = nullptr;
+    QObject *m_object = nullptr;
+    std::shared_ptr<void> m_shared;
+    const std::type_info *m_type = nullptr;
+};
+
+//! One posted notification: a name, the object that posted it or that it is about, and further
+//! information.
 class ZUVERO_EXPORT ZuveroNotification
 {
 public:
     ZuveroNotification() = default;
-    ZuveroNotification(const QString &name, QObject *object, const QVariantMap &userInfo = {})
+    ZuveroNotification(const QString &name, const ZuveroNotificationObject &object,
+                       const QVariantMap &userInfo = {})
         : m_name(name)
         , m_object(object)
         , m_userInfo(userInfo)
     { }
 
     QString name() const { return m_name; }
-    QObject *object() const { return m_object; }
+    ZuveroNotificationObject object() const { return m_object; }
     QVariantMap userInfo() const { return m_userInfo; }
 
 private:
     QString m_name;
-    QObject *m_object = nullptr;
+    ZuveroNotificationObject m_object;
     QVariantMap m_userInfo;
 };
 
@@ -77,13 +130,14 @@ public:
 
     /*!
         Calls \a block for every notification named \a name (any name when
-        empty) posted by \a object (any object when null).
+        empty) about \a object (any object when null).
     */
-    [[nodiscard]] ZuveroNotificationObserver addObserver(const QString &name, const QObject *object,
-                                                         Block block);
+    [[nodiscard]] ZuveroNotificationObserver
+    addObserver(const QString &name, const ZuveroNotificationObject &object, Block block);
 
     void post(const ZuveroNotification &notification);
-    void post(const QString &name, QObject *object, const QVariantMap &userInfo = {});
+    void post(const QString &name, const ZuveroNotificationObject &object,
+              const QVariantMap &userInfo = {});
 
 private:
     std::shared_ptr<ZuveroNotificationCenterPrivate> d;

@@ -10,6 +10,7 @@ class TestNotificationCenter : public QObject
 
 private Q_SLOTS:
     void deliversToMatchingObserversInOrder();
+    void sharedObjectsMatchByIdentity();
     void observersEndWithTheirToken();
     void observersMayChangeTheCenterWhileNotified();
     void postsFromOtherThreads();
@@ -39,6 +40,37 @@ void TestNotificationCenter::deliversToMatchingObserversInOrder()
              (QStringList{QStringLiteral("name:Changed1"), QStringLiteral("object:Changed1"),
                           QStringLiteral("any:Changed1"), QStringLiteral("name:Changed"),
                           QStringLiteral("any:Changed"), QStringLiteral("any:Other")}));
+}
+
+void TestNotificationCenter::sharedObjectsMatchByIdentity()
+{
+    struct Item
+    {
+        int n;
+    };
+    struct Other
+    { };
+    ZuveroNotificationCenter center;
+    auto item = std::make_shared<Item>(Item{7});
+    auto equalButAnother = std::make_shared<Item>(Item{7});
+    std::weak_ptr<Item> watched = item;
+    QList<std::shared_ptr<Item>> seen;
+    auto token
+        = center.addObserver(QStringLiteral("Loaded"), item, [&](const ZuveroNotification &n) {
+              seen << n.object().value<Item>();
+              // The object is typed: asking for another type gives nothing, and it is no QObject.
+              QVERIFY(!n.object().value<Other>());
+              QVERIFY(!n.object().qobject());
+          });
+    center.post(QStringLiteral("Loaded"), equalButAnother);
+    center.post(QStringLiteral("Loaded"), std::shared_ptr<const Item>(item));
+    QCOMPARE(seen, QList<std::shared_ptr<Item>>{item});
+    QCOMPARE(seen.first()->n, 7);
+
+    // Observing does not keep the object alive.
+    seen.clear();
+    item.reset();
+    QVERIFY(watched.expired());
 }
 
 void TestNotificationCenter::observersEndWithTheirToken()

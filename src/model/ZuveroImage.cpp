@@ -1,5 +1,7 @@
 #include "ZuveroImage.h"
 
+#include "ZVXLogging.h"
+
 #include <QBuffer>
 #include <QImageReader>
 #include <QImageWriter>
@@ -23,6 +25,32 @@ QByteArray encodeJPEG(const QImage &image)
     return bytes;
 }
 
+// Bytes to a picture, or a null image. The declared size is checked before anything is
+// allocated, and Qt's own allocation limit stops a format that declares none.
+QImage decode(const QByteArray &raw, const QSize &largestSize, qint64 maximumPixelCount)
+{
+    QBuffer buffer;
+    buffer.setData(raw);
+    buffer.open(QIODevice::ReadOnly);
+    QImageReader reader(&buffer);
+    // Photos carry their orientation in EXIF; Qt ignores it unless asked.
+    reader.setAutoTransform(true);
+    reader.setAllocationLimit(int(std::max<qint64>(maximumPixelCount * 4 / (1024 * 1024), 1)));
+    const QSize declared = reader.size();
+    if (declared.isValid() && qint64(declared.width()) * declared.height() > maximumPixelCount) {
+        ZVXLog(QStringLiteral("ZuveroImage: not decoding a picture of %1 x %2 pixels.")
+                   .arg(declared.width())
+                   .arg(declared.height()));
+        return {};
+    }
+    if (declared.isValid() && largestSize.isValid()
+        && (declared.width() > largestSize.width() || declared.height() > largestSize.height())) {
+        // Decoders that can (JPEG) then skip the detail instead of making and dropping it.
+        reader.setScaledSize(declared.scaled(largestSize, Qt::KeepAspectRatio).expandedTo({1, 1}));
+    }
+    return reader.read();
+}
+
 } // namespace
 
 ZuveroImagePtr ZuveroImage::initWithImage(const QImage &image)
@@ -38,18 +66,18 @@ ZuveroImagePtr ZuveroImage::initWithImage(const QImage &image)
 
 ZuveroImagePtr ZuveroImage::initWithRawData(const std::optional<QByteArray> &raw)
 {
+    return initWithRawData(raw, QSize());
+}
+
+ZuveroImagePtr ZuveroImage::initWithRawData(const std::optional<QByteArray> &raw,
+                                            const QSize &largestSize, qint64 maximumPixelCount)
+{
     if (!raw)
         return nullptr;
     auto record = std::make_shared<ZuveroImage>();
-    QBuffer buffer;
-    buffer.setData(*raw);
-    buffer.open(QIODevice::ReadOnly);
-    QImageReader reader(&buffer);
-    // Photos carry their orientation in EXIF; Qt ignores it unless asked.
-    reader.setAutoTransform(true);
-    record->m_image = reader.read();
     record->m_raw = *raw;
     record->m_type = contentTypeForImageData(*raw);
+    record->m_image = decode(*raw, largestSize, std::min(maximumPixelCount, MaximumPixelCount));
     return record;
 }
 

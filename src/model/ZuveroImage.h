@@ -34,6 +34,22 @@ public:
         without bytes. Bytes that do not decode give a record without an image.
     */
     static ZuveroImagePtr initWithRawData(const std::optional<QByteArray> &raw);
+    /*!
+        The same, decoded to fit within \a largestSize (keeping its proportions)
+        when it is larger, and only when it declares \a maximumPixelCount
+        pixels at most: what a preview needs, at a fraction of the memory.
+    */
+    static ZuveroImagePtr initWithRawData(const std::optional<QByteArray> &raw,
+                                          const QSize &largestSize,
+                                          qint64 maximumPixelCount = MaximumPixelCount);
+
+    /*!
+        The most pixels a picture may declare to be decoded at all: 8192 x 8192.
+        A larger one, or one whose decoding would take more memory than that,
+        gives a record without an image and a log line, without trying: a
+        small file can declare a picture of gigabytes.
+    */
+    static constexpr qint64 MaximumPixelCount = qint64(8192) * 8192;
 
     //! The format by the first byte; only big-endian TIFF ("MM") is recognised.
     static ZuveroImageType contentTypeForImageData(const QByteArray &data);

@@ -66,6 +66,22 @@ enum ZuveroConfigurationErrorCode : qint64 {
     ZuveroConfigurationErrorUnreadable = 1,
 };
 
+/*!
+    The map picture of a shared location. A tile that did not arrive at all
+    fails with the transport's own error (ZuveroURLErrorDomain).
+*/
+inline constexpr QLatin1String ZuveroMapErrorDomain{"com.zuvero.map"};
+enum ZuveroMapErrorCode : qint64 {
+    //! A tile URL template that is not http or https, or lacks one of {z}, {x} and {y}.
+    ZuveroMapErrorInvalidURLTemplate = 1,
+    //! A centre, span, size or pixel ratio no picture can be made of.
+    ZuveroMapErrorInvalidOptions = 2,
+    //! A tile server's answer other than 200; the status is under ZuveroHTTPStatusCodeKey.
+    ZuveroMapErrorTileRefused = 3,
+    //! A tile that is not a PNG, JPEG or WebP image, or is larger than a tile may be.
+    ZuveroMapErrorTileNotAnImage = 4,
+};
+
 //! An operation that failed without saying why.
 inline constexpr QLatin1String ZVXConcurrentOperationErrorDomain{
     "ZVXConcurrentOperationErrorDomain"};

@@ -2,14 +2,19 @@
 // own functions are timed, never a copy of them.
 
 #include "ZVXBench.h"
+#include "ZVXBenchMaps.h"
 #include "ZVXConversation.h"
 #include "ZVXJSON.h"
 #include "ZVXJWT.h"
+#include "ZVXPreviews.h"
 #include "ZVXURLSession.h"
+#include "Zuvero.h"
 #include "ZuveroConnection_p.h"
 #include "ZuveroData.h"
 
+#include <QBuffer>
 #include <QHash>
+#include <QImageWriter>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -146,6 +151,44 @@ QString mergeProblem(const QString &data, const ZuveroChatMessageList &existing,
         .arg(ours.size())
         .arg(literal.size())
         .arg(ours.size() == literal.size() ? QStringLiteral(", in another order") : QString());
+}
+
+// What a cell pays to find the preview of a picture it shows, beside decoding the picture again:
+// twenty pictures the user sent, held by one connection's caches.
+QList<Case> previewCases()
+{
+    constexpr int Pictures = 20;
+    std::shared_ptr<Zuvero> zuvero(
+        Zuvero::initWithApiKey(QStringLiteral("bench"), QStringLiteral("127.0.0.1:9"), {}));
+    QList<ZuveroChatAttachmentPtr> attachments;
+    QByteArray jpeg;
+    QRandomGenerator random{7};
+    for (int i = 0; i < Pictures; ++i) {
+        QImage picture(320, 240, QImage::Format_RGB32);
+        for (int y = 0; y < picture.height(); ++y) {
+            auto *line = reinterpret_cast<quint32 *>(picture.scanLine(y));
+            for (int x = 0; x < picture.width(); ++x)
+                line[x] = 0xff000000u | (random.generate() & 0x3f3f3fu) | quint32(x * 0x10001);
+        }
+        jpeg.clear();
+        QBuffer buffer(&jpeg);
+        buffer.open(QIODevice::WriteOnly);
+        QImageWriter(&buffer, "jpeg").write(picture);
+        attachments << ZuveroChatAttachment::initWithImage(ZuveroImage::initWithRawData(jpeg));
+    }
+    ZuveroConnection *connection = zuvero->connection();
+    for (const ZuveroChatAttachmentPtr &attachment : std::as_const(attachments))
+        sink = connection->cachedAttachmentPreview(attachment) != nullptr;
+
+    return {Case{QStringLiteral("preview: cached lookup"),
+                 [=] {
+                     for (const ZuveroChatAttachmentPtr &attachment : attachments)
+                         sink
+                             = zuvero->connection()->cachedAttachmentPreview(attachment) != nullptr;
+                 },
+                 Pictures},
+            Case{QStringLiteral("preview: decode the same 320x240 JPEG"),
+                 [=] { sink = ZVXPreviews::decodedPreview(jpeg)->image().width(); }}};
 }
 
 } // namespace
@@ -298,6 +341,9 @@ InProcess::InProcess(const QByteArray &page, bool goalsOnly)
         QStringLiteral("merge 10000 + 1000"),
         [=] { sink = ZVXConversation::combineExistingMessages(cached, manyNew).size(); }, 10000,
         true};
+
+    if (!goalsOnly)
+        m_cases << previewCases() << mapCases();
 
     m_mergeProblems = [=] {
         QStringList problems;

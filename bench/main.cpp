@@ -186,6 +186,21 @@ QList<Row> inProcessRows(const QHash<QString, Runs> &v, const QString &unit)
     rows << compareRuns(QStringLiteral("merge 10,000 cached: 1,000 new vs 50 new"),
                         at("merge 10000 + 1000"), at("merge 10000 + 50"), unit,
                         instructions ? 2 : 0);
+    if (has("snapshot: 600x300 from cached tiles")) {
+        rows << compareRuns(
+            QStringLiteral("map picture 600x300 from cached tiles vs bare drawImage"),
+            at("snapshot: 600x300 from cached tiles"),
+            at("snapshot: QPainter drawImage of the same tiles"), unit);
+        // A picture should be drawn within one frame; wall time, so shown, not held to it.
+        if (!instructions)
+            rows << singleRuns(QStringLiteral("map picture 600x300 from cached tiles (one frame: "
+                                              "16.7 ms)"),
+                               at("snapshot: 600x300 from cached tiles"), unit);
+    }
+    if (has("preview: cached lookup"))
+        rows << compareRuns(QStringLiteral("preview: cached lookup vs decoding it again"),
+                            at("preview: cached lookup"),
+                            at("preview: decode the same 320x240 JPEG"), unit);
     // Figures are per cached message: back to whole merges, then per message beyond the smaller
     // batch. Only counts are steady enough for the difference of two measures.
     if (instructions)

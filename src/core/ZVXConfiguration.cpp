@@ -157,7 +157,8 @@ QVariant normalized(const QString &key, const QVariant &value, bool *keep)
                                            number(image, "right"), number(image, "bottom")),
                                  true});
     }
-    return value; // credentials, the language, and values of another type pass unchanged
+    // Credentials, the language, the map settings, and values of another type pass unchanged.
+    return value;
 }
 
 } // namespace
@@ -165,6 +166,11 @@ QVariant normalized(const QString &key, const QVariant &value, bool *keep)
 QStringList requiredConfigurationKeys()
 {
     return keys({"hostname", "apiKey", "apiSecret"});
+}
+
+QStringList mapConfigurationKeys()
+{
+    return keys({"mapTileURLTemplate", "mapTileAttribution"});
 }
 
 QStringList localizableStringCustomizationKeys()
@@ -247,7 +253,8 @@ QVariantMap normalizeConfigurationDictionary(const QVariantMap &raw)
     QVariantMap typed;
     const QStringList order = requiredConfigurationKeys() + localizableStringCustomizationKeys()
         + fontCustomizationKeys() + colorCustomizationKeys() + insetsCustomizationKeys()
-        + imageCustomizationKeys() + QStringList{QStringLiteral("language")};
+        + imageCustomizationKeys() + QStringList{QStringLiteral("language")}
+        + mapConfigurationKeys();
     for (const QString &key : order) {
         const auto entry = raw.constFind(key);
         if (entry == raw.cend())

@@ -19,6 +19,8 @@
 namespace ZVXConfiguration {
 
 ZUVERO_EXPORT QStringList requiredConfigurationKeys();
+//! The map tiles' URL template and attribution text, kept as they are.
+ZUVERO_EXPORT QStringList mapConfigurationKeys();
 ZUVERO_EXPORT QStringList localizableStringCustomizationKeys();
 ZUVERO_EXPORT QStringList colorCustomizationKeys();
 ZUVERO_EXPORT QStringList fontCustomizationKeys();

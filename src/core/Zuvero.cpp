@@ -99,6 +99,16 @@ QString ZVXFacadeConnectionAPI::language() const
     return m_facade ? m_facade->language() : QString();
 }
 
+QString ZVXFacadeConnectionAPI::mapTileURLTemplate() const
+{
+    return m_facade ? m_facade->mapTileURLTemplate() : QString();
+}
+
+QString ZVXFacadeConnectionAPI::mapTileAttribution() const
+{
+    return m_facade ? m_facade->mapTileAttribution() : QString();
+}
+
 QString ZVXFacadeConnectionAPI::sdkVersion() const
 {
     return m_facade ? m_facade->sdkVersion() : QString();
@@ -393,6 +403,12 @@ Zuvero *Zuvero::initWithConfigurationDictionary(const std::optional<QVariantMap>
                               .value_or(QString(ZuveroDefaultHostname));
     zuvero->d->language
         = ZVXModelValues::text(configuration.value(QStringLiteral("language"))).value_or(QString());
+    zuvero->d->mapTileURLTemplate
+        = ZVXModelValues::text(configuration.value(QStringLiteral("mapTileURLTemplate")))
+              .value_or(QString());
+    zuvero->d->mapTileAttribution
+        = ZVXModelValues::text(configuration.value(QStringLiteral("mapTileAttribution")))
+              .value_or(QString());
     const std::optional<QString> secret
         = ZVXModelValues::text(configuration.value(QStringLiteral("apiSecret")));
     if (secret && !secret->isEmpty()) {
@@ -416,6 +432,8 @@ Zuvero *Zuvero::copyWithZone(QObject *parent)
     c->apiSecret = d->apiSecret;
     c->apiKey = d->apiKey;
     c->hostname = d->hostname;
+    c->mapTileURLTemplate = d->mapTileURLTemplate;
+    c->mapTileAttribution = d->mapTileAttribution;
     c->delegate = d->delegate;
     c->jwt = jwt();
     copy->postInit();
@@ -622,6 +640,28 @@ void Zuvero::reRegister(bool reset)
 }
 
 // --- Settings -----------------------------------------------------------------
+
+QString Zuvero::mapTileURLTemplate() const
+{
+    return d->mapTileURLTemplate.isEmpty()
+        ? QStringLiteral("https://%1/tiles/{z}/{x}/{y}.png").arg(d->hostname)
+        : d->mapTileURLTemplate;
+}
+
+void Zuvero::setMapTileURLTemplate(const QString &urlTemplate)
+{
+    d->mapTileURLTemplate = urlTemplate;
+}
+
+QString Zuvero::mapTileAttribution() const
+{
+    return d->mapTileAttribution;
+}
+
+void Zuvero::setMapTileAttribution(const QString &attribution)
+{
+    d->mapTileAttribution = attribution;
+}
 
 QString Zuvero::language() const
 {
@@ -1124,6 +1164,11 @@ QVariantMap Zuvero::normalizeConfigurationDictionary(const QVariantMap &raw)
 QStringList Zuvero::requiredConfigurationKeys()
 {
     return ZVXConfiguration::requiredConfigurationKeys();
+}
+
+QStringList Zuvero::mapConfigurationKeys()
+{
+    return ZVXConfiguration::mapConfigurationKeys();
 }
 
 QStringList Zuvero::localizableStringCustomizationKeys()

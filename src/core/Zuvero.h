@@ -149,6 +149,22 @@ public:
 
     QString language() const;
     void setLanguage(const QString &language);
+    /*!
+        Where the map pictures of shared locations get their tiles: a URL
+        with "{z}", "{x}" and "{y}" for the zoom level and the tile's column
+        and row in the usual Web Mercator tiling (configuration key
+        "mapTileURLTemplate"). Unset, the chat server's own tiles,
+        "https://<hostname>/tiles/{z}/{x}/{y}.png". The library's token is never
+        sent to it.
+    */
+    QString mapTileURLTemplate() const;
+    void setMapTileURLTemplate(const QString &urlTemplate);
+    /*!
+        The credit a tile server asks for, drawn small in a corner of every
+        map picture ("mapTileAttribution"); none unless set.
+    */
+    QString mapTileAttribution() const;
+    void setMapTileAttribution(const QString &attribution);
     bool updateAppBadgeNumber() const;
     void setUpdateAppBadgeNumber(bool update);
     double pollingInterval() const;
@@ -296,6 +312,8 @@ public:
     static QVariantMap normalizeConfigurationDictionary(const QVariantMap &raw);
     //! The keys a configuration dictionary is read for, by kind.
     static QStringList requiredConfigurationKeys();
+    //! "mapTileURLTemplate" and "mapTileAttribution": where map pictures come from.
+    static QStringList mapConfigurationKeys();
     static QStringList localizableStringCustomizationKeys();
     static QStringList colorCustomizationKeys();
     static QStringList fontCustomizationKeys();

@@ -22,6 +22,8 @@ public:
 
     QString hostname() const override;
     QString language() const override;
+    QString mapTileURLTemplate() const override;
+    QString mapTileAttribution() const override;
     QString sdkVersion() const override;
     std::optional<QString> jwt() override;
     std::optional<QByteArray> deviceToken() override;
@@ -113,6 +115,9 @@ public:
 
     // Settings.
     QString language;
+    //! Empty: the server's own tiles.
+    QString mapTileURLTemplate;
+    QString mapTileAttribution;
     bool updateAppBadgeNumber = true;
     double pollingInterval = 5.0;
     bool interactiveNotification = true;

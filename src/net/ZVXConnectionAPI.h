@@ -27,6 +27,9 @@ public:
 
     virtual QString hostname() const = 0;
     virtual QString language() const = 0;
+    //! Where map tiles come from ("{z}", "{x}", "{y}" in it), and the credit drawn with them.
+    virtual QString mapTileURLTemplate() const = 0;
+    virtual QString mapTileAttribution() const = 0;
     virtual QString sdkVersion() const = 0;
     virtual std::optional<QString> jwt() = 0;
     virtual std::optional<QByteArray> deviceToken() = 0;

@@ -8,6 +8,7 @@
 #include "ZVXMainThread.h"
 #include "ZVXModelValues.h"
 #include "ZVXMultipart.h"
+#include "ZVXPreviews.h"
 #include "ZVXURLSession.h"
 #include "ZuveroData.h"
 
@@ -127,6 +128,7 @@ ZuveroConnectionPrivate::ZuveroConnectionPrivate(ZuveroConnection *q, ZVXConnect
     session = new ZVXURLSession(ZVXURLSessionConfiguration::apiConfiguration(), q);
     fileLoadingSession = new ZVXURLSession(ZVXURLSessionConfiguration::fileConfiguration(), q);
     progressObserver = new ZVXConnectionProgressObserver(q);
+    previews = std::make_unique<ZVXPreviews>(this);
 }
 
 ZuveroConnectionPrivate::~ZuveroConnectionPrivate() = default;
@@ -718,6 +720,43 @@ void ZuveroConnection::markReadMessages(const ZuveroChatMessageList &messages,
         .succeeded = takeUnreadCount(this, [completion] { completion(true, {}); }),
         .failed = [completion](const ZuveroError &error) { completion(false, error); },
     });
+}
+
+ZuveroImagePtr ZuveroConnection::cachedAttachmentPreview(const ZuveroChatAttachmentPtr &attachment)
+{
+    ZVXMainThread::assertMainThread();
+    return d->previews->cachedAttachmentPreview(attachment);
+}
+
+ZuveroImagePtr ZuveroConnection::loadAttachmentPreview(const ZuveroChatAttachmentPtr &attachment)
+{
+    ZVXMainThread::assertMainThread();
+    return d->previews->loadAttachmentPreview(attachment);
+}
+
+ZuveroImagePtr ZuveroConnection::cachedPreviewImageIfNeeded(const QUrl &url)
+{
+    ZVXMainThread::assertMainThread();
+    return d->previews->cachedPreviewImageIfNeeded(url);
+}
+
+void ZuveroConnection::loadAttachmentDocument(const ZuveroChatAttachmentPtr &attachment,
+                                              DocumentCompletion completion)
+{
+    ZVXMainThread::assertMainThread();
+    d->previews->loadAttachmentDocument(attachment, std::move(completion));
+}
+
+QImage ZuveroConnection::cachedLocationPreview(const ZuveroChatMessagePtr &message)
+{
+    ZVXMainThread::assertMainThread();
+    return d->previews->cachedLocationPreview(message);
+}
+
+QImage ZuveroConnection::loadLocationPreview(const ZuveroChatMessagePtr &message, const QSize &size)
+{
+    ZVXMainThread::assertMainThread();
+    return d->previews->loadLocationPreview(message, size);
 }
 
 void ZuveroConnection::setMaximumReplySize(qint64 bytes)

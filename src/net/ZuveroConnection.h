@@ -4,7 +4,9 @@
 #include "ZuveroError.h"
 
 #include <QDateTime>
+#include <QImage>
 #include <QObject>
+#include <QSize>
 
 #include <functional>
 #include <limits>
@@ -13,6 +15,22 @@
 
 //! The count reported when none could be read.
 inline constexpr qint64 ZuveroNotFound = std::numeric_limits<qint64>::max();
+
+/*!
+    Posted on the main thread when an attachment's preview has arrived; the
+    object is the attachment (a ZuveroChatAttachmentPtr), the user info's
+    ZuveroPreviewImageKey holds the preview (a ZuveroImagePtr).
+*/
+inline constexpr QLatin1String ZuveroAttachmentPreviewDidLoadNotification{
+    "ZuveroAttachmentPreviewDidLoadNotification"};
+/*!
+    Posted on the main thread when the map picture of a message's location
+    has been drawn; the object is the message (a ZuveroChatMessagePtr), the
+    user info's ZuveroPreviewImageKey holds the picture (a QImage).
+*/
+inline constexpr QLatin1String ZuveroLocationPreviewDidLoadNotification{
+    "ZuveroLocationPreviewDidLoadNotification"};
+inline constexpr QLatin1String ZuveroPreviewImageKey{"previewImage"};
 
 class ZVXConnectionAPI;
 class ZuveroConnectionPrivate;
@@ -37,6 +55,8 @@ public:
                              bool moreMessages, const ZuveroError &error)>;
     //! Upload and download fractions, 0 to 1.
     using Progress = std::function<void(double upload, double download)>;
+    using DocumentCompletion
+        = std::function<void(const ZuveroImagePtr &document, const ZuveroError &error)>;
 
     //! A connection reading its settings from \a api, which it does not own.
     static ZuveroConnection *initWithAPI(ZVXConnectionAPI *api, QObject *parent = nullptr);
@@ -64,6 +84,41 @@ public:
     void sendChatMessage(const ZuveroChatMessagePtr &message, Completion completion,
                          Progress progress = {});
     void markReadMessages(const ZuveroChatMessageList &messages, Completion completion);
+
+    // --- Previews --------------------------------------------------------
+    //
+    // The pictures shown before the files themselves, kept in memory caches
+    // shared by attachments (by their uuid) and locations (by the message's
+    // uuid). The chat asks whether one is cached; on a miss it asks for a
+    // load and waits for the notification that says it has arrived. A load
+    // that failed is not tried again for 10 seconds.
+
+    //! The preview of \a attachment held in memory (or made from its own bytes); never loads.
+    ZuveroImagePtr cachedAttachmentPreview(const ZuveroChatAttachmentPtr &attachment);
+    /*!
+        The cached preview, or null after starting its load (none starts
+        while one runs, nor within 10 s of a failure). A load that succeeds
+        posts ZuveroAttachmentPreviewDidLoadNotification.
+    */
+    ZuveroImagePtr loadAttachmentPreview(const ZuveroChatAttachmentPtr &attachment);
+    //! The picture the file download cache holds for \a url, whatever it is; never loads.
+    ZuveroImagePtr cachedPreviewImageIfNeeded(const QUrl &url);
+    /*!
+        The whole picture of \a attachment, from its own bytes or downloaded;
+        \a completion runs once on the main thread. Other documents and
+        bytes that are not a picture end with ZuveroErrorAttachmentCannotBeOpened.
+    */
+    void loadAttachmentDocument(const ZuveroChatAttachmentPtr &attachment,
+                                DocumentCompletion completion);
+    //! The map picture of \a message's location held in memory; never draws.
+    QImage cachedLocationPreview(const ZuveroChatMessagePtr &message);
+    /*!
+        The cached map picture, or a null image after starting to draw one of
+        \a size (in device-independent pixels, drawn for the screen's pixel
+        ratio) around the location, with the location's span ("d", metres; 2000
+        without). When it is drawn, ZuveroLocationPreviewDidLoadNotification is posted.
+    */
+    QImage loadLocationPreview(const ZuveroChatMessagePtr &message, const QSize &size);
 
     /*!
         The largest reply an API call takes, as it arrives and decoded: 16 MiB

@@ -10,6 +10,7 @@
 #include <QUrl>
 
 class ZVXConnectionProgressObserver;
+class ZVXPreviews;
 class ZVXURLSession;
 class ZVXURLSessionTask;
 
@@ -119,20 +120,22 @@ public:
     //! "model (machine); system version" of this computer.
     static QString deviceInfo();
 
-    ZVXURLSession *session = nullptr;
-    ZVXURLSession *fileLoadingSession = nullptr;
-    ZVXConnectionProgressObserver *progressObserver = nullptr;
-
-private:
-    void send(const std::shared_ptr<const Call> &call, const Failure &fail,
-              const std::function<void()> &end);
     /*!
         Tells the facade that a request begins, and returns the step that
         tells it that the request has ended (harmless once the connection is gone).
     */
     std::function<void()> beginNetworkActivity();
 
-    ZuveroConnection *q;
+    ZuveroConnection *const q;
+    ZVXURLSession *session = nullptr;
+    ZVXURLSession *fileLoadingSession = nullptr;
+    ZVXConnectionProgressObserver *progressObserver = nullptr;
+    std::unique_ptr<ZVXPreviews> previews;
+
+private:
+    void send(const std::shared_ptr<const Call> &call, const Failure &fail,
+              const std::function<void()> &end);
+
     ZVXConnectionAPI *m_api;
     QPointer<QObject> m_apiObject;
     bool m_apiIsObject;

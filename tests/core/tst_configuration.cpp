@@ -55,6 +55,11 @@ void TestConfiguration::normalisesAPropertyListFile()
     QCOMPARE(typed.value(QStringLiteral("interactiveNotification")), QVariant(true));
     QCOMPARE(typed.value(QStringLiteral("title")), QVariant(QStringLiteral("Help & Support")));
     QCOMPARE(typed.value(QStringLiteral("language")), QVariant(QStringLiteral("fr-FR")));
+    // The map settings pass as they are.
+    QCOMPARE(typed.value(QStringLiteral("mapTileURLTemplate")),
+             QVariant(QStringLiteral("https://tiles.example.org/{z}/{x}/{y}.png")));
+    QCOMPARE(typed.value(QStringLiteral("mapTileAttribution")),
+             QVariant(QStringLiteral("\u00a9 Example Maps")));
 
     const QFont font = typed.value(QStringLiteral("messageFont")).value<QFont>();
     QCOMPARE(font.family(), QStringLiteral("DejaVu Sans"));

@@ -2,6 +2,7 @@
 // own functions are timed, never a copy of them.
 
 #include "ZVXBench.h"
+#include "ZVXBenchComponents.h"
 #include "ZVXBenchMaps.h"
 #include "ZVXConversation.h"
 #include "ZVXJSON.h"
@@ -343,7 +344,7 @@ InProcess::InProcess(const QByteArray &page, bool goalsOnly)
         true};
 
     if (!goalsOnly)
-        m_cases << previewCases() << mapCases();
+        m_cases << previewCases() << mapCases() << componentCases();
 
     m_mergeProblems = [=] {
         QStringList problems;

@@ -26,7 +26,8 @@ QByteArray encodeJPEG(const QImage &image)
 }
 
 // Bytes to a picture, or a null image. The declared size is checked before anything is
-// allocated, and Qt's own allocation limit stops a format that declares none.
+// allocated; Qt's own allocation limit (process-wide, the host's to set) stops a format that
+// declares none.
 QImage decode(const QByteArray &raw, const QSize &largestSize, qint64 maximumPixelCount)
 {
     QBuffer buffer;
@@ -35,7 +36,6 @@ QImage decode(const QByteArray &raw, const QSize &largestSize, qint64 maximumPix
     QImageReader reader(&buffer);
     // Photos carry their orientation in EXIF; Qt ignores it unless asked.
     reader.setAutoTransform(true);
-    reader.setAllocationLimit(int(std::max<qint64>(maximumPixelCount * 4 / (1024 * 1024), 1)));
     const QSize declared = reader.size();
     if (declared.isValid() && qint64(declared.width()) * declared.height() > maximumPixelCount) {
         ZVXLog(QStringLiteral("ZuveroImage: not decoding a picture of %1 x %2 pixels.")

@@ -44,12 +44,12 @@ public:
                                           qint64 maximumPixelCount = MaximumPixelCount);
 
     /*!
-        The most pixels a picture may declare to be decoded at all: 8192 x 8192.
-        A larger one, or one whose decoding would take more memory than that,
-        gives a record without an image and a log line, without trying: a
-        small file can declare a picture of gigabytes.
+        The most pixels a picture may declare to be decoded at all: 32 million
+        (8192 x 4096), 128 MiB once decoded, which is also Qt's own default
+        allocation limit. A larger one gives a record without an image and a
+        log line, without trying: a small file can declare a picture of gigabytes.
     */
-    static constexpr qint64 MaximumPixelCount = qint64(8192) * 8192;
+    static constexpr qint64 MaximumPixelCount = qint64(8192) * 4096;
 
     //! The format by the first byte; only big-endian TIFF ("MM") is recognised.
     static ZuveroImageType contentTypeForImageData(const QByteArray &data);

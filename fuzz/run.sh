@@ -22,7 +22,7 @@ while (($#)); do
     esac
 done
 if ((${#targets[@]} == 0)); then
-    targets=(message attachment push jwt hex base64url plist configuration reply devmultipart preview links animatedimage)
+    targets=(message attachment push jwt hex base64url plist configuration reply devmultipart preview links animatedimage rows)
 fi
 
 build=build-fuzz

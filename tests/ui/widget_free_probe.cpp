@@ -1,0 +1,2 @@
+// Must not compile: see chat_rows_widget_free in CMakeLists.txt.
+#include <QtWidgets/QWidget>

@@ -13,10 +13,7 @@
 #include <QPointer>
 #include <QThreadPool>
 
-#include <condition_variable>
 #include <deque>
-#include <mutex>
-#include <thread>
 
 using namespace std::chrono_literals;
 
@@ -89,88 +86,18 @@ void prepareResult(ZVXURLSessionResult &result, const ZVXURLRequest &request, ZV
         cache->storeCachedResponse({*result.response, *result.data}, request.url());
 }
 
-} // namespace
-
-/*
-    The session's checks: one at a time, in the order the tasks end, on a
-    thread of the session's own that stays while the session lives (a reply
-    after a long silence must not wait for a thread to start). Jobs are handed
-    over through a standard mutex and condition, which ThreadSanitizer sees;
-    a busy QThreadPool thread takes its next job under a futex it cannot see.
-*/
-class ZVXURLSessionCheckQueue
+void deliver(QThreadPool &pool, ZVXURLSession::ReplyCheck check, ZVXURLSessionResult result,
+             const ZVXURLRequest &request, ZVXURLCache *cache, bool fromNetwork, qint64 limit)
 {
-public:
-    ~ZVXURLSessionCheckQueue() { waitForDone(); }
-
-    void start(std::function<void()> job)
-    {
-        const std::lock_guard lock(m_mutex);
-        if (!m_thread.joinable())
-            m_thread = std::thread([this] { run(); });
-        m_jobs.push_back(std::move(job));
-        m_ready.notify_one();
-    }
-
-    //! Runs what is queued, then lets the thread end.
-    void waitForDone()
-    {
-        {
-            const std::lock_guard lock(m_mutex);
-            m_stopping = true;
-            m_ready.notify_one();
-        }
-        if (m_thread.joinable())
-            m_thread.join();
-        const std::lock_guard lock(m_mutex);
-        m_stopping = false;
-    }
-
-private:
-    void run()
-    {
-        std::unique_lock lock(m_mutex);
-        for (;;) {
-            m_ready.wait(lock, [this] { return !m_jobs.empty() || m_stopping; });
-            if (m_jobs.empty())
-                return;
-            std::function<void()> job = std::move(m_jobs.front());
-            m_jobs.pop_front();
-            lock.unlock();
-            job();
-            job = nullptr; // what it captured goes here, not under the lock
-            lock.lock();
-        }
-    }
-
-    std::mutex m_mutex;
-    std::condition_variable m_ready;
-    std::deque<std::function<void()>> m_jobs;
-    bool m_stopping = false;
-    std::thread m_thread;
-};
-
-namespace {
-
-// Checks the result off the main thread (on \a queue, or Qt's pool for a task whose session is
-// gone), then hands the check's step to the main thread.
-void deliver(ZVXURLSessionCheckQueue *queue, ZVXURLSession::ReplyCheck check,
-             ZVXURLSessionResult result, const ZVXURLRequest &request, ZVXURLCache *cache,
-             bool fromNetwork, qint64 limit)
-{
-    std::function<void()> job = [check = std::move(check), result = std::move(result), request,
-                                 cache, fromNetwork, limit]() mutable {
+    pool.start([check = std::move(check), result = std::move(result), request, cache, fromNetwork,
+                limit]() mutable {
         if (fromNetwork)
             prepareResult(result, request, cache, limit);
         if (!check)
             return;
         if (ZVXURLSession::Completion step = check(result))
             ZVXMainThread::async(std::move(step));
-    };
-    if (queue)
-        queue->start(std::move(job));
-    else
-        QThreadPool::globalInstance()->start(std::move(job));
+    });
 }
 
 } // namespace
@@ -258,7 +185,7 @@ struct ZVXURLSession::Private
     bool invalidated = false;
 
     // One check at a time, in the order the tasks end. Destroyed first: waits for running checks.
-    ZVXURLSessionCheckQueue checks;
+    QThreadPool checks;
 
     void enqueue(const TaskPointer &task);
     void startWaiting(const QString &key);
@@ -283,6 +210,10 @@ ZVXURLSession::ZVXURLSession(const ZVXURLSessionConfiguration &configuration, QO
         = std::max(1, configuration.httpMaximumConnectionsPerHost);
     if (configuration.urlCacheMemoryCapacity > 0)
         d->cache = std::make_unique<ZVXURLCache>(configuration.urlCacheMemoryCapacity);
+    d->checks.setMaxThreadCount(1);
+    // The checking thread stays: otherwise, after 30 s without a reply (a poll interval longer
+    // than that), every reply would wait for a thread to start.
+    d->checks.setExpiryTimeout(-1);
 }
 
 ZVXURLSession::~ZVXURLSession()
@@ -350,7 +281,8 @@ void ZVXURLSessionTask::endUnstarted()
 {
     d->state = State::Completed;
     const auto reason = QNetworkReply::OperationCanceledError;
-    deliver(d->session ? &d->session->d->checks : nullptr, std::move(d->check),
+    deliver(d->session ? d->session->d->checks : *QThreadPool::globalInstance(),
+            std::move(d->check),
             {std::nullopt, std::nullopt, transportError(reason, describe(reason))}, d->request,
             nullptr, false, 0);
 }
@@ -363,7 +295,7 @@ void ZVXURLSession::Private::enqueue(const TaskPointer &task)
         && request.httpMethod() == "GET") {
         if (std::optional<ZVXCachedURLResponse> cached = cache->cachedResponse(request.url())) {
             task->d->state = ZVXURLSessionTask::State::Completed;
-            deliver(&checks, std::move(task->d->check), {cached->data, cached->response, {}},
+            deliver(checks, std::move(task->d->check), {cached->data, cached->response, {}},
                     request, nullptr, false, 0);
             return;
         }
@@ -526,7 +458,7 @@ void ZVXURLSession::Private::end(const TaskPointer &task, ZVXURLSessionResult re
 {
     task->d->state = ZVXURLSessionTask::State::Completed;
     active.remove(task.get());
-    deliver(&checks, std::move(task->d->check), std::move(result), task->d->request, cache.get(),
+    deliver(checks, std::move(task->d->check), std::move(result), task->d->request, cache.get(),
             fromNetwork, configuration.maximumReplySize);
 }
 

@@ -1,0 +1,458 @@
+#include "ZVXChatCells.h"
+#include "ZVXChatItemDelegate.h"
+#include "ZVXConversationScript.h"
+#include "ZuveroChatView.h"
+
+#include <QAccessible>
+#include <QApplication>
+#include <QClipboard>
+#include <QContextMenuEvent>
+#include <QListView>
+#include <QMenu>
+#include <QMimeData>
+#include <QScrollBar>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using ZVXConversationScript::conversation;
+
+namespace {
+
+constexpr QSize ViewSize(420, 600);
+
+// The view on screen, at a fixed size, as a host shows it.
+struct ShownView
+{
+    ZuveroChatView view;
+    QListView *list = nullptr;
+
+    explicit ShownView(const ZuveroChatMessageList &messages, bool hasMore = false)
+    {
+        view.resize(ViewSize);
+        view.setHasMoreMessages(hasMore);
+        view.setMessages(messages);
+        view.show();
+        list = view.scrollView();
+        list->scrollToTop();
+    }
+
+    QAbstractItemModel *model() const { return list->model(); }
+    int rowOfKind(QLatin1String kind, int occurrence = 0) const
+    {
+        for (int row = 0; row < model()->rowCount(); ++row) {
+            if (model()->index(row, 0).data(Qt::UserRole + 1).toString() == kind
+                && occurrence-- == 0)
+                return row;
+        }
+        return -1;
+    }
+    QRect rowRect(int row) const { return list->visualRect(model()->index(row, 0)); }
+    // A point well inside the bubble of \a row: bubbles hug the right edge for the
+    // user and the left edge for the others (left to right).
+    QPoint bubblePoint(int row, bool userSide) const
+    {
+        const QRect rect = rowRect(row);
+        const int x = userSide ? rect.right() - ZVXChatItemDelegate::SideInset - 30
+                               : rect.left() + ZVXChatItemDelegate::SideInset + 30;
+        return QPoint(x, rect.bottom() - 14);
+    }
+};
+
+// Records what the view tells its delegate.
+struct Recorder
+{
+    std::shared_ptr<ZuveroChatViewDelegate> delegate = std::make_shared<ZuveroChatViewDelegate>();
+    QStringList calls;
+
+    Recorder()
+    {
+        delegate->chatViewLoadEarlierMessages
+            = [this](ZuveroChatView *) { calls << u"loadEarlier"_s; };
+        delegate->chatViewOpenAttachment
+            = [this](ZuveroChatView *, const ZuveroChatAttachmentPtr &attachment) {
+                  calls << u"attachment %1"_s.arg(attachment->uuid());
+              };
+        delegate->chatViewOpenLocation
+            = [this](ZuveroChatView *, double lat, double lng, double radius) {
+                  calls << u"location %1 %2 %3"_s.arg(lat).arg(lng).arg(radius);
+              };
+    }
+};
+
+QString clipboardText()
+{
+    const QMimeData *mime = QGuiApplication::clipboard()->mimeData();
+    return mime ? QString::fromUtf8(mime->data(u"text/plain;charset=utf-8"_s)) : QString();
+}
+
+ZuveroChatMessagePtr textMessage(const QString &sender, const QString &text)
+{
+    auto message = std::make_shared<ZuveroChatMessage>();
+    message->setUuid(u"bad"_s);
+    message->setSender(sender);
+    message->setDate(ZVXConversationScript::Start);
+    message->setText(text);
+    return message;
+}
+
+} // namespace
+
+class TestChatView : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void rowHeights_data();
+    void rowHeights();
+    void clickingABubbleTellsTheDelegate_data();
+    void clickingABubbleTellsTheDelegate();
+    void delegateIsHeldWeakly();
+    void copyWithTheKeyboard();
+    void copyFromTheContextMenu();
+    void accessibleTreeNamesEveryRow();
+    void appendingMeasuresOnlyNewRows();
+    void widthChangeMeasuresAgain();
+    void badDataIsBounded_data();
+    void badDataIsBounded();
+    void bubblesArePaintedInTheirColour_data();
+    void bubblesArePaintedInTheirColour();
+    void sizeLabels_data();
+    void sizeLabels();
+};
+
+void TestChatView::init()
+{
+    QLocale::setDefault(QLocale::c());
+    QGuiApplication::clipboard()->clear();
+}
+
+void TestChatView::rowHeights_data()
+{
+    QTest::addColumn<QString>("messages");
+    QTest::addColumn<bool>("hasMore");
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<int>("minimum");
+    QTest::addColumn<int>("maximum");
+
+    QTest::newRow("load more") << u"u0t"_s << true
+                               << ZuveroChatViewItemKindLoadMoreMessages.toString() << 40 << 40;
+    QTest::newRow("date") << u"u0t"_s << false << ZuveroChatViewItemKindDate.toString() << 26 << 26;
+    QTest::newRow("unsent") << u"u0to"_s << false
+                            << ZuveroChatViewItemKindUserMessageUnsentLabel.toString() << 26 << 26;
+    QTest::newRow("spacer") << u"u0t a30t"_s << false << ZuveroChatViewItemKindSpacer.toString()
+                            << 10 << 10;
+    // One line of 17 px text within the bubble's insets.
+    QTest::newRow("user text") << u"u0t"_s << false << ZuveroChatViewItemKindUserMessage.toString()
+                               << 24 << 60;
+    // The agent's name stands above the bubble.
+    QTest::newRow("agent text") << u"a0t"_s << false
+                                << ZuveroChatViewItemKindAgentMessage.toString() << 40 << 80;
+    QTest::newRow("system text") << u"s0t"_s << false
+                                 << ZuveroChatViewItemKindSystemMessage.toString() << 24 << 60;
+    QTest::newRow("location") << u"u0l"_s << false
+                              << ZuveroChatViewItemKindUserMessageLocation.toString() << 140 << 140;
+    // A file of no known type is shown as a document: icon, name and size.
+    QTest::newRow("file") << u"u0p"_s << false
+                          << ZuveroChatViewItemKindUserMessageAttachment.toString() << 64 << 64;
+}
+
+void TestChatView::rowHeights()
+{
+    QFETCH(QString, messages);
+    QFETCH(bool, hasMore);
+    QFETCH(QString, kind);
+    QFETCH(int, minimum);
+    QFETCH(int, maximum);
+
+    ShownView shown(conversation(messages), hasMore);
+    const QByteArray rowKind = kind.toLatin1();
+    const int row = shown.rowOfKind(QLatin1String(rowKind));
+    QVERIFY(row >= 0);
+    const int height = shown.rowRect(row).height();
+    QVERIFY2(height >= minimum && height <= maximum, qPrintable(QString::number(height)));
+}
+
+void TestChatView::clickingABubbleTellsTheDelegate_data()
+{
+    QTest::addColumn<QString>("messages");
+    QTest::addColumn<bool>("hasMore");
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<int>("occurrence");
+    QTest::addColumn<bool>("userSide");
+    QTest::addColumn<QString>("call");
+
+    QTest::newRow("user picture") << u"u0p"_s << false
+                                  << ZuveroChatViewItemKindUserMessageAttachment.toString() << 0
+                                  << true << u"attachment m0a0"_s;
+    QTest::newRow("agent's second picture")
+        << u"a0pp"_s << false << ZuveroChatViewItemKindAgentMessageAttachment.toString() << 1
+        << false << u"attachment m0a1"_s;
+    QTest::newRow("user location")
+        << u"u0l"_s << false << ZuveroChatViewItemKindUserMessageLocation.toString() << 0 << true
+        << u"location 48.85 2.29 2000"_s;
+    QTest::newRow("agent location")
+        << u"a0l"_s << false << ZuveroChatViewItemKindAgentMessageLocation.toString() << 0 << false
+        << u"location 48.85 2.29 2000"_s;
+    QTest::newRow("text opens nothing")
+        << u"u0t"_s << false << ZuveroChatViewItemKindUserMessage.toString() << 0 << true
+        << QString();
+    QTest::newRow("load more") << u"u0t"_s << true
+                               << ZuveroChatViewItemKindLoadMoreMessages.toString() << 0 << true
+                               << u"loadEarlier"_s;
+}
+
+void TestChatView::clickingABubbleTellsTheDelegate()
+{
+    QFETCH(QString, messages);
+    QFETCH(bool, hasMore);
+    QFETCH(QString, kind);
+    QFETCH(int, occurrence);
+    QFETCH(bool, userSide);
+    QFETCH(QString, call);
+
+    ShownView shown(conversation(messages), hasMore);
+    Recorder recorder;
+    shown.view.setDelegate(recorder.delegate);
+    const QByteArray rowKind = kind.toLatin1();
+    const int row = shown.rowOfKind(QLatin1String(rowKind), occurrence);
+    QVERIFY(row >= 0);
+    const QPoint point = kind == ZuveroChatViewItemKindLoadMoreMessages
+        ? shown.rowRect(row).center()
+        : shown.bubblePoint(row, userSide);
+    QTest::mouseClick(shown.list->viewport(), Qt::LeftButton, {}, point);
+    QCOMPARE(recorder.calls, call.isEmpty() ? QStringList() : QStringList{call});
+}
+
+void TestChatView::delegateIsHeldWeakly()
+{
+    ShownView shown(conversation(u"u0t"_s), true);
+    int calls = 0;
+    {
+        auto delegate = std::make_shared<ZuveroChatViewDelegate>();
+        delegate->chatViewLoadEarlierMessages = [&calls](ZuveroChatView *) { ++calls; };
+        shown.view.setDelegate(delegate);
+        QTest::mouseClick(shown.list->viewport(), Qt::LeftButton, {}, shown.rowRect(0).center());
+        QCOMPARE(calls, 1);
+    }
+    // Gone: the view keeps no delegate alive and calls none.
+    shown.view.setMessages(shown.view.messages());
+    QTest::mouseClick(shown.list->viewport(), Qt::LeftButton, {}, shown.rowRect(0).center());
+    QCOMPARE(calls, 1);
+}
+
+void TestChatView::copyWithTheKeyboard()
+{
+    // Rows: Date, U0 (no tail), U1, Spacer, A2.
+    ZuveroChatMessageList messages = conversation(u"u0t u10t a20t"_s);
+    messages[1]->setText(u"Ünïcödé ✓ نص"_s);
+    ShownView shown(messages);
+    shown.list->setFocus();
+    QCOMPARE(shown.model()->rowCount(), 5);
+
+    const QStringList expected{QString(), u"text 0"_s, u"Ünïcödé ✓ نص"_s, QString(), u"text 2"_s};
+    QTest::keyClick(shown.list, Qt::Key_Home);
+    for (int row = 0; row < expected.size(); ++row) {
+        QCOMPARE(shown.list->currentIndex().row(), row);
+        QGuiApplication::clipboard()->clear();
+        QTest::keyClick(shown.list, Qt::Key_C, Qt::ControlModifier);
+        QCOMPARE(clipboardText(), expected[row]);
+        QTest::keyClick(shown.list, Qt::Key_Down);
+    }
+}
+
+void TestChatView::copyFromTheContextMenu()
+{
+    ShownView shown(conversation(u"u0t a10t a20l"_s));
+    const int agentText = shown.rowOfKind(ZuveroChatViewItemKindAgentMessage);
+    const QPoint point = shown.bubblePoint(agentText, false);
+    QContextMenuEvent event(QContextMenuEvent::Mouse, point,
+                            shown.list->viewport()->mapToGlobal(point));
+    QApplication::sendEvent(shown.list->viewport(), &event);
+    auto *menu = shown.view.findChild<QMenu *>(u"copy_menu"_s);
+    QVERIFY(menu);
+    QCOMPARE(menu->actions().size(), 1);
+    QCOMPARE(menu->actions().first()->text(), u"Copy"_s);
+    menu->actions().first()->trigger();
+    QCOMPARE(clipboardText(), u"text 1"_s);
+    menu->close();
+
+    // A location has no text: no menu.
+    const int location = shown.rowOfKind(ZuveroChatViewItemKindAgentMessageLocation);
+    const QPoint there = shown.bubblePoint(location, false);
+    QContextMenuEvent none(QContextMenuEvent::Mouse, there,
+                           shown.list->viewport()->mapToGlobal(there));
+    QApplication::sendEvent(shown.list->viewport(), &none);
+    QTRY_VERIFY(!shown.view.findChild<QMenu *>(u"copy_menu"_s));
+}
+
+void TestChatView::accessibleTreeNamesEveryRow()
+{
+    ShownView shown(conversation(u"u0t a10t u20to"_s), true);
+    QAccessible::setActive(true);
+    QAccessibleInterface *list = QAccessible::queryAccessibleInterface(shown.list);
+    QVERIFY(list);
+    QCOMPARE(list->text(QAccessible::Name), u"messages_list"_s);
+    QCOMPARE(list->role(), QAccessible::List);
+    const int rows = shown.model()->rowCount();
+    QCOMPARE(list->childCount(), rows);
+    QStringList texts;
+    for (int i = 0; i < list->childCount(); ++i) {
+        const QModelIndex index = shown.model()->index(i, 0);
+        const QString text = list->child(i)->text(QAccessible::Name);
+        QCOMPARE(text, index.data(Qt::AccessibleTextRole).toString());
+        // Only the gaps between senders are silent.
+        const bool spacer = index.data(Qt::UserRole + 1).toString() == ZuveroChatViewItemKindSpacer;
+        QCOMPARE(text.isEmpty(), spacer);
+        texts << text;
+    }
+    QVERIFY(texts.join(u'|').contains(u"text 1"_s));
+    QVERIFY(texts.join(u'|').contains(u"text 2"_s));
+}
+
+void TestChatView::appendingMeasuresOnlyNewRows()
+{
+    // A user writing every 3 s: one row per message after the first date.
+    QString words;
+    for (int i = 0; i < 1050; ++i)
+        words += u"u%1t "_s.arg(i * 3);
+    const ZuveroChatMessageList all = conversation(words.trimmed());
+    ShownView shown(all.mid(0, 1000));
+    shown.view.scrollToLastMessageAnimated(false);
+    auto *cells = qobject_cast<ZVXChatItemDelegate *>(shown.list->itemDelegate());
+    QVERIFY(cells);
+    QVERIFY(cells->layoutCount() >= 1000);
+
+    const int before = cells->layoutCount();
+    shown.view.setMessages(all);
+    shown.view.scrollToLastMessageAnimated(false);
+    shown.list->viewport()->repaint();
+    const int visible = shown.list->viewport()->height() / 24 + 1;
+    // 50 new rows, and the old last row that lost its tail.
+    QVERIFY2(cells->layoutCount() - before <= visible + 51,
+             qPrintable(QString::number(cells->layoutCount() - before)));
+    QCOMPARE(shown.model()->rowCount(), 1051);
+}
+
+void TestChatView::widthChangeMeasuresAgain()
+{
+    ZuveroChatMessageList messages = conversation(u"u0t"_s);
+    messages[0]->setText(QString(u"many words "_s).repeated(30));
+    ShownView shown(messages);
+    const int row = shown.rowOfKind(ZuveroChatViewItemKindUserMessage);
+    const int wide = shown.rowRect(row).height();
+    shown.view.resize(ViewSize.width() / 2, ViewSize.height());
+    QTRY_VERIFY(shown.rowRect(row).height() > wide);
+    QVERIFY(shown.rowRect(row).width() <= ViewSize.width() / 2);
+}
+
+void TestChatView::badDataIsBounded_data()
+{
+    QTest::addColumn<ZuveroChatMessagePtr>("message");
+    QTest::addColumn<int>("maximumHeight");
+
+    // At most 60 lines of text, whatever the text.
+    QTest::newRow("1 MB of text") << textMessage(u"user"_s,
+                                                 QString(u"lorem ipsum "_s).repeated(90'000))
+                                  << 1600;
+    QTest::newRow("one word of 10,000 letters")
+        << textMessage(u"agent"_s, QString(10'000, u'w')) << 1600;
+    QTest::newRow("emoji and Arabic") << textMessage(
+        u"user"_s, u"مرحبا 👋🏽 كيف حالك؟ 😀 https://example.com 12:30"_s)
+                                      << 200;
+    QTest::newRow("empty system line") << textMessage(u"system"_s, u" "_s) << 80;
+
+    const auto picture = [](const QSizeF &size) {
+        auto message = textMessage(u"user"_s, QString());
+        auto attachment = std::make_shared<ZuveroChatAttachment>();
+        attachment->setContentType(u"image/png"_s);
+        attachment->setImageSize(size);
+        message->setAttachments(ZuveroChatAttachmentList{attachment});
+        return message;
+    };
+    QTest::newRow("picture 0 x 0") << picture(QSizeF(0, 0)) << 260;
+    QTest::newRow("picture 1e9 x 1") << picture(QSizeF(1e9, 1)) << 260;
+    QTest::newRow("picture 1 x 1e9") << picture(QSizeF(1, 1e9)) << 260;
+    QTest::newRow("picture NaN") << picture(QSizeF(qQNaN(), -5)) << 260;
+}
+
+void TestChatView::badDataIsBounded()
+{
+    QFETCH(ZuveroChatMessagePtr, message);
+    QFETCH(int, maximumHeight);
+
+    ShownView shown(ZuveroChatMessageList{message});
+    const int last = shown.model()->rowCount() - 1;
+    const QRect rect = shown.rowRect(last);
+    QVERIFY2(rect.height() >= 24 && rect.height() <= maximumHeight,
+             qPrintable(QString::number(rect.height())));
+    QVERIFY(rect.width() <= ViewSize.width());
+    QVERIFY(!shown.view.grab().isNull());
+}
+
+void TestChatView::bubblesArePaintedInTheirColour_data()
+{
+    QTest::addColumn<QString>("messages");
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<bool>("userSide");
+    QTest::addColumn<bool>("rightToLeft");
+    QTest::addColumn<QColor>("colour");
+
+    const ZuveroAppearance look = ZuveroAppearance::defaults();
+    QTest::newRow("user") << u"u0t"_s << ZuveroChatViewItemKindUserMessage.toString() << true
+                          << false << look.userMessageBackgroundColor;
+    QTest::newRow("agent") << u"a0t"_s << ZuveroChatViewItemKindAgentMessage.toString() << false
+                           << false << look.agentMessageBackgroundColor;
+    QTest::newRow("system") << u"s0t"_s << ZuveroChatViewItemKindSystemMessage.toString() << false
+                            << false << look.systemMessageBackgroundColor;
+    // Right to left, the user's bubble stands at the left.
+    QTest::newRow("user, right to left") << u"u0t"_s << ZuveroChatViewItemKindUserMessage.toString()
+                                         << false << true << look.userMessageBackgroundColor;
+}
+
+void TestChatView::bubblesArePaintedInTheirColour()
+{
+    QFETCH(QString, messages);
+    QFETCH(QString, kind);
+    QFETCH(bool, userSide);
+    QFETCH(bool, rightToLeft);
+    QFETCH(QColor, colour);
+
+    ShownView shown(conversation(messages));
+    if (rightToLeft)
+        shown.view.setLayoutDirection(Qt::RightToLeft);
+    const QByteArray rowKind = kind.toLatin1();
+    const int row = shown.rowOfKind(QLatin1String(rowKind));
+    const QRect rect = shown.rowRect(row);
+    const QImage picture = shown.list->viewport()->grab().toImage();
+    // Just inside the bubble's outer edge, below its rounded corner.
+    const int x = userSide ? rect.right() - ZVXChatItemDelegate::SideInset - 12
+                           : rect.left() + ZVXChatItemDelegate::SideInset + 12;
+    const QColor painted = picture.pixelColor(x * picture.devicePixelRatio(),
+                                              (rect.bottom() - 12) * picture.devicePixelRatio());
+    QCOMPARE(painted.rgb(), colour.rgb());
+}
+
+void TestChatView::sizeLabels_data()
+{
+    QTest::addColumn<quint64>("length");
+    QTest::addColumn<QString>("label");
+
+    QTest::newRow("2 KiB") << quint64(2048) << u"2 Ko"_s;
+    QTest::newRow("3 MiB") << quint64(3'145'728) << u"3 Mo"_s;
+    QTest::newRow("exactly 1 MiB") << quint64(1'048'576) << u"1 Mo"_s;
+    QTest::newRow("just below 1 MiB") << quint64(1'048'575) << u"1024 Ko"_s;
+    QTest::newRow("two fraction digits") << quint64(5'000'000) << u"4.77 Mo"_s;
+    QTest::newRow("one fraction digit") << quint64(1536) << u"1.5 Ko"_s;
+    QTest::newRow("a few bytes") << quint64(10) << u"0.01 Ko"_s;
+}
+
+void TestChatView::sizeLabels()
+{
+    QFETCH(quint64, length);
+    QFETCH(QString, label);
+    QCOMPARE(ZuveroChatBaseMessageCell::sizeLabel(length), label);
+}
+
+QTEST_MAIN(TestChatView)
+#include "tst_chatview.moc"

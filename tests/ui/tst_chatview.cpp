@@ -11,6 +11,7 @@
 #include <QMenu>
 #include <QMimeData>
 #include <QScrollBar>
+#include <QSignalSpy>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -76,6 +77,8 @@ struct Recorder
             = [this](ZuveroChatView *, double lat, double lng, double radius) {
                   calls << u"location %1 %2 %3"_s.arg(lat).arg(lng).arg(radius);
               };
+        delegate->chatViewDidOverscroll = [this](ZuveroChatView *) { calls << u"overscroll"_s; };
+        delegate->chatViewDidScroll = [this](ZuveroChatView *) { calls << u"scroll"_s; };
     }
 };
 
@@ -108,6 +111,12 @@ private Q_SLOTS:
     void clickingABubbleTellsTheDelegate_data();
     void clickingABubbleTellsTheDelegate();
     void delegateIsHeldWeakly();
+    void scrollingNearTheTopOverscrolls_data();
+    void scrollingNearTheTopOverscrolls();
+    void erroredIconAsksForTheToast();
+    void uploadUncoversThePicture_data();
+    void uploadUncoversThePicture();
+    void newMessagesScrollOnlyAReaderAtTheBottom();
     void copyWithTheKeyboard();
     void copyFromTheContextMenu();
     void accessibleTreeNamesEveryRow();
@@ -239,6 +248,139 @@ void TestChatView::delegateIsHeldWeakly()
     shown.view.setMessages(shown.view.messages());
     QTest::mouseClick(shown.list->viewport(), Qt::LeftButton, {}, shown.rowRect(0).center());
     QCOMPARE(calls, 1);
+}
+
+void TestChatView::scrollingNearTheTopOverscrolls_data()
+{
+    QTest::addColumn<int>("offset");
+    QTest::addColumn<QStringList>("calls");
+
+    QTest::newRow("top") << 0 << QStringList{u"overscroll"_s, u"scroll"_s};
+    QTest::newRow("39 px") << 39 << QStringList{u"overscroll"_s, u"scroll"_s};
+    QTest::newRow("40 px") << 40 << QStringList{u"scroll"_s};
+    QTest::newRow("far down") << 2000 << QStringList{u"scroll"_s};
+}
+
+void TestChatView::scrollingNearTheTopOverscrolls()
+{
+    QFETCH(int, offset);
+    QFETCH(QStringList, calls);
+
+    QString words;
+    for (int i = 0; i < 200; ++i)
+        words += u"u%1t a%2t "_s.arg(i * 20).arg(i * 20 + 10);
+    ShownView shown(conversation(words.trimmed()));
+    shown.view.scrollToLastMessageAnimated(false);
+    Recorder recorder;
+    shown.view.setDelegate(recorder.delegate);
+    // Dragging the scroll bar's handle.
+    shown.list->verticalScrollBar()->setValue(offset);
+    QCOMPARE(recorder.calls, calls);
+}
+
+void TestChatView::erroredIconAsksForTheToast()
+{
+    ZuveroChatMessageList messages = conversation(u"u0t u10t"_s);
+    messages[1]->setIsErrored(true);
+    ShownView shown(messages);
+    QSignalSpy toast(&shown.view, &ZuveroChatView::erroredMessageClicked);
+    // The icon stands just before the user's last bubble; find it along the row's middle.
+    const int row = shown.rowOfKind(ZuveroChatViewItemKindUserMessage, 1);
+    const QRect rect = shown.rowRect(row);
+    const QImage picture = shown.list->viewport()->grab().toImage();
+    const QColor red = ZuveroChatBaseMessageCell::errorIconColor(ZVXCellStyle());
+    int iconX = -1;
+    for (int x = rect.left(); x < rect.right() && iconX < 0; ++x) {
+        if (picture.pixelColor(x, rect.center().y()).rgb() == red.rgb())
+            iconX = x + 3;
+    }
+    QVERIFY2(iconX >= 0, "no icon painted");
+    QTest::mouseClick(shown.list->viewport(), Qt::LeftButton, {}, QPoint(iconX, rect.center().y()));
+    QCOMPARE(toast.size(), 1);
+    QCOMPARE(toast.first().first().value<ZuveroChatMessagePtr>(), messages[1]);
+
+    // The message that did not fail has no icon to click.
+    const QRect first = shown.rowRect(shown.rowOfKind(ZuveroChatViewItemKindUserMessage));
+    QTest::mouseClick(shown.list->viewport(), Qt::LeftButton, {},
+                      QPoint(iconX, first.center().y()));
+    QCOMPARE(toast.size(), 1);
+}
+
+void TestChatView::uploadUncoversThePicture_data()
+{
+    QTest::addColumn<QList<double>>("progresses");
+    QTest::addColumn<bool>("leadingSharp");
+    QTest::addColumn<bool>("trailingSharp");
+
+    QTest::newRow("starting") << QList<double>{0.0} << false << false;
+    QTest::newRow("half way") << QList<double>{0.5} << true << false;
+    QTest::newRow("done") << QList<double>{0.5, 1.0} << true << true;
+    // Progress that goes back is shown at once.
+    QTest::newRow("0.4 after 0.6") << QList<double>{0.95, 0.6, 0.4, 0.05} << false << false;
+}
+
+void TestChatView::uploadUncoversThePicture()
+{
+    QFETCH(QList<double>, progresses);
+    QFETCH(bool, leadingSharp);
+    QFETCH(bool, trailingSharp);
+
+    // Stripes of 4 px, shown at their own size: sharp pixels are black or white, blurred
+    // ones grey.
+    QImage stripes(240, 180, QImage::Format_RGB32);
+    for (int x = 0; x < stripes.width(); ++x)
+        for (int y = 0; y < stripes.height(); ++y)
+            stripes.setPixel(x, y, (x / 4) % 2 ? 0xffffffff : 0xff000000);
+    auto attachment = std::make_shared<ZuveroChatAttachment>();
+    attachment->setContentType(u"image/png"_s);
+    attachment->setImage(stripes);
+    attachment->setImageSize(stripes.size());
+    ZuveroChatMessagePtr message = conversation(u"u0"_s).first();
+    message->setAttachments(ZuveroChatAttachmentList{attachment});
+    ShownView shown(ZuveroChatMessageList{message});
+    for (double progress : progresses)
+        shown.view.setUploadProgress(progress, message);
+
+    const QRect row = shown.rowRect(shown.rowOfKind(ZuveroChatViewItemKindUserMessageAttachment));
+    const QImage picture = shown.list->viewport()->grab().toImage();
+    const int right = row.right() - ZVXChatItemDelegate::SideInset - 10;
+    const int width = 240; // the largest side a picture is shown at
+    const auto sharp = [&](double fraction) {
+        // Two neighbours differ a lot only where the stripes are sharp.
+        const int x = right - width + int(width * fraction);
+        const int a = qGray(picture.pixel(x, row.center().y()));
+        const int b = qGray(picture.pixel(x + 4, row.center().y()));
+        return std::abs(a - b) > 150;
+    };
+    QCOMPARE(sharp(0.1), leadingSharp);
+    QCOMPARE(sharp(0.9), trailingSharp);
+}
+
+void TestChatView::newMessagesScrollOnlyAReaderAtTheBottom()
+{
+    QString words;
+    for (int i = 0; i < 100; ++i)
+        words += u"u%1t "_s.arg(i * 3);
+    const ZuveroChatMessageList messages = conversation(words.trimmed());
+    ShownView shown(messages.mid(0, 90));
+    QScrollBar *bar = shown.list->verticalScrollBar();
+
+    // Reading the history: left where it is.
+    bar->setValue(100);
+    shown.view.setMessages(messages.mid(0, 95));
+    shown.view.scrollToLastMessageIfVisibleAnimated(false);
+    QCOMPARE(bar->value(), 100);
+
+    // At the bottom: follows the conversation.
+    shown.view.scrollToLastMessageAnimated(false);
+    shown.view.setMessages(messages.mid(0, 96));
+    shown.view.scrollToLastMessageIfVisibleAnimated(false);
+    QCOMPARE(bar->value(), bar->maximum());
+
+    // A message added is always scrolled to.
+    bar->setValue(0);
+    shown.view.addMessage(conversation(u"u400t"_s).first(), false);
+    QCOMPARE(bar->value(), bar->maximum());
 }
 
 void TestChatView::copyWithTheKeyboard()

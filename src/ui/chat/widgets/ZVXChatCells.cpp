@@ -313,10 +313,9 @@ ZVXCellLayout ZuveroChatBaseMessageCell::layout(const ZuveroChatViewItem &item,
                    attachment && !attachment->isImage()) {
             layout.isDocument = true;
             media = DocumentSize.boundedTo(QSizeF(inner, DocumentSize.height()));
-            const QString name = attachment->filename().value_or(QString());
-            layout.footer = attachment->length() > 0
-                ? QStringLiteral("%1 - %2").arg(name, sizeLabel(attachment->length()))
-                : name;
+            layout.footer = attachment->filename().value_or(QString());
+            if (attachment->length() > 0)
+                layout.footerSize = sizeLabel(attachment->length());
         } else {
             media = pictureSize(attachment ? attachment->imageSize() : QSizeF(), inner);
         }
@@ -333,6 +332,15 @@ ZVXCellLayout ZuveroChatBaseMessageCell::layout(const ZuveroChatViewItem &item,
             const qreal footerRight = rtl ? layout.iconRect.left() - 8.0 : box.right() - pad;
             layout.footerRect = QRectF(footerLeft, box.top(),
                                        std::max<qreal>(0, footerRight - footerLeft), box.height());
+            // A long name gives way before the size does.
+            const QFontMetricsF metrics(messageFont(style));
+            const QString suffix = layout.footerSize.isEmpty()
+                ? QString()
+                : QStringLiteral(" - ") + layout.footerSize;
+            layout.footer
+                = metrics.elidedText(layout.footer, Qt::ElideMiddle,
+                                     layout.footerRect.width() - metrics.horizontalAdvance(suffix))
+                + suffix;
         }
     }
 
@@ -399,10 +407,7 @@ void ZuveroChatBaseMessageCell::paintMedia(QPainter *painter, const ZVXCellLayou
         painter->drawImage(layout.iconRect, icon);
         painter->setPen(messageTextColor(state.style));
         painter->setFont(messageFont(state.style));
-        const QFontMetricsF metrics(painter->font());
-        painter->drawText(
-            layout.footerRect, Qt::AlignVCenter | Qt::AlignLeading,
-            metrics.elidedText(layout.footer, Qt::ElideMiddle, layout.footerRect.width()));
+        painter->drawText(layout.footerRect, Qt::AlignVCenter | Qt::AlignLeading, layout.footer);
         return;
     }
     painter->save();

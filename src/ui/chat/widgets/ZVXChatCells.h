@@ -45,8 +45,9 @@ struct ZVXCellLayout
     ZVXTextLayout text;
     //! The agent's name, the date, the unsent text, the button's title.
     QString label;
-    //! A document's "name - size" line.
+    //! A document's "name - size" line, its name shortened to fit.
     QString footer;
+    QString footerSize;
     bool isDocument = false;
     //! The bubble stands at the right of the row.
     bool atRight = false;

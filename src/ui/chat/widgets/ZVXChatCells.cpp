@@ -294,6 +294,9 @@ ZVXCellLayout ZuveroChatBaseMessageCell::layout(const ZuveroChatViewItem &item,
         layout.text.setWidth(std::max<qreal>(10.0, maximumWidth - insets.left() - insets.right()));
         layout.text.setText(text);
         const QSizeF textSize = layout.text.size();
+        // Lines align within the layout's width: narrowed to the widest line, right-to-left
+        // text ends at the bubble's edge rather than beyond it.
+        layout.text.setWidth(std::max<qreal>(1.0, textSize.width()));
         const ZuveroResizableImage image = messageBubbleImage(style);
         const QMarginsF caps = image.capInsets;
         bubble = QSizeF(

@@ -7,6 +7,7 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QContextMenuEvent>
+#include <QDesktopServices>
 #include <QListView>
 #include <QMenu>
 #include <QMimeData>
@@ -82,6 +83,18 @@ struct Recorder
     }
 };
 
+// Receives what QDesktopServices would hand to the desktop.
+class UrlHandler : public QObject
+{
+    Q_OBJECT
+
+public:
+    QList<QUrl> opened;
+
+public Q_SLOTS:
+    void open(const QUrl &url) { opened.append(url); }
+};
+
 QString clipboardText()
 {
     const QMimeData *mime = QGuiApplication::clipboard()->mimeData();
@@ -111,6 +124,7 @@ private Q_SLOTS:
     void clickingABubbleTellsTheDelegate_data();
     void clickingABubbleTellsTheDelegate();
     void delegateIsHeldWeakly();
+    void clickingALinkOpensIt();
     void scrollingNearTheTopOverscrolls_data();
     void scrollingNearTheTopOverscrolls();
     void erroredIconAsksForTheToast();
@@ -231,6 +245,29 @@ void TestChatView::clickingABubbleTellsTheDelegate()
         : shown.bubblePoint(row, userSide);
     QTest::mouseClick(shown.list->viewport(), Qt::LeftButton, {}, point);
     QCOMPARE(recorder.calls, call.isEmpty() ? QStringList() : QStringList{call});
+}
+
+void TestChatView::clickingALinkOpensIt()
+{
+    UrlHandler handler;
+    QDesktopServices::setUrlHandler(u"https"_s, &handler, "open");
+    ZuveroChatMessageList messages = conversation(u"u0t a10t"_s);
+    messages[0]->setText(u"https://example.com/faq/delivery"_s);
+    messages[1]->setText(u"https://example.com/faq/returns"_s);
+    ShownView shown(messages);
+    // Inside the text, past the bubble's inset on the tail's side (28 px).
+    const QRect user = shown.rowRect(shown.rowOfKind(ZuveroChatViewItemKindUserMessage));
+    QTest::mouseClick(
+        shown.list->viewport(), Qt::LeftButton, {},
+        QPoint(user.right() - ZVXChatItemDelegate::SideInset - 60, user.center().y()));
+    const QRect agent = shown.rowRect(shown.rowOfKind(ZuveroChatViewItemKindAgentMessage));
+    QTest::mouseClick(
+        shown.list->viewport(), Qt::LeftButton, {},
+        QPoint(agent.left() + ZVXChatItemDelegate::SideInset + 60, agent.bottom() - 18));
+    QDesktopServices::unsetUrlHandler(u"https"_s);
+    QCOMPARE(handler.opened,
+             (QList<QUrl>{QUrl(u"https://example.com/faq/delivery"_s),
+                          QUrl(u"https://example.com/faq/returns"_s)}));
 }
 
 void TestChatView::delegateIsHeldWeakly()

@@ -1,6 +1,7 @@
 #include "ZVXChatCells.h"
 #include "ZVXChatItemDelegate.h"
 #include "ZVXConversationScript.h"
+#include "ZVXManualClock.h"
 #include "ZuveroChatView.h"
 
 #include <QAccessible>
@@ -57,6 +58,42 @@ struct ShownView
         const int x = userSide ? rect.right() - ZVXChatItemDelegate::SideInset - 30
                                : rect.left() + ZVXChatItemDelegate::SideInset + 30;
         return QPoint(x, rect.bottom() - 14);
+    }
+};
+
+// A picture being uploaded: stripes of 4 px shown at their own size, so that sharp
+// pixels are black or white and blurred ones grey.
+struct UploadingPicture
+{
+    ZuveroChatMessagePtr message = conversation(u"u0"_s).first();
+    ShownView shown{withStripes(message)};
+
+    static ZuveroChatMessageList withStripes(const ZuveroChatMessagePtr &message)
+    {
+        QImage stripes(240, 180, QImage::Format_RGB32);
+        for (int x = 0; x < stripes.width(); ++x)
+            for (int y = 0; y < stripes.height(); ++y)
+                stripes.setPixel(x, y, (x / 4) % 2 ? 0xffffffff : 0xff000000);
+        auto attachment = std::make_shared<ZuveroChatAttachment>();
+        attachment->setContentType(u"image/png"_s);
+        attachment->setImage(stripes);
+        attachment->setImageSize(stripes.size());
+        message->setAttachments(ZuveroChatAttachmentList{attachment});
+        return {message};
+    }
+
+    // Whether the picture is sharp at \a fraction of its width from its leading edge.
+    bool sharpAt(double fraction) const
+    {
+        const QRect row
+            = shown.rowRect(shown.rowOfKind(ZuveroChatViewItemKindUserMessageAttachment));
+        const QImage picture = shown.list->viewport()->grab().toImage();
+        const int right = row.right() - ZVXChatItemDelegate::SideInset - 10;
+        const int x = right - 240 + int(240 * fraction);
+        // Neighbouring stripes differ a lot only where they are sharp.
+        const int a = qGray(picture.pixel(x, row.center().y()));
+        const int b = qGray(picture.pixel(x + 4, row.center().y()));
+        return std::abs(a - b) > 150;
     }
 };
 
@@ -130,6 +167,7 @@ private Q_SLOTS:
     void erroredIconAsksForTheToast();
     void uploadUncoversThePicture_data();
     void uploadUncoversThePicture();
+    void uploadEasesForwardOnly();
     void newMessagesScrollOnlyAReaderAtTheBottom();
     void copyWithTheKeyboard();
     void copyFromTheContextMenu();
@@ -363,35 +401,35 @@ void TestChatView::uploadUncoversThePicture()
     QFETCH(bool, leadingSharp);
     QFETCH(bool, trailingSharp);
 
-    // Stripes of 4 px, shown at their own size: sharp pixels are black or white, blurred
-    // ones grey.
-    QImage stripes(240, 180, QImage::Format_RGB32);
-    for (int x = 0; x < stripes.width(); ++x)
-        for (int y = 0; y < stripes.height(); ++y)
-            stripes.setPixel(x, y, (x / 4) % 2 ? 0xffffffff : 0xff000000);
-    auto attachment = std::make_shared<ZuveroChatAttachment>();
-    attachment->setContentType(u"image/png"_s);
-    attachment->setImage(stripes);
-    attachment->setImageSize(stripes.size());
-    ZuveroChatMessagePtr message = conversation(u"u0"_s).first();
-    message->setAttachments(ZuveroChatAttachmentList{attachment});
-    ShownView shown(ZuveroChatMessageList{message});
+    UploadingPicture upload;
     for (double progress : progresses)
-        shown.view.setUploadProgress(progress, message);
+        upload.shown.view.setUploadProgress(progress, upload.message);
+    QCOMPARE(upload.sharpAt(0.1), leadingSharp);
+    QCOMPARE(upload.sharpAt(0.9), trailingSharp);
+}
 
-    const QRect row = shown.rowRect(shown.rowOfKind(ZuveroChatViewItemKindUserMessageAttachment));
-    const QImage picture = shown.list->viewport()->grab().toImage();
-    const int right = row.right() - ZVXChatItemDelegate::SideInset - 10;
-    const int width = 240; // the largest side a picture is shown at
-    const auto sharp = [&](double fraction) {
-        // Two neighbours differ a lot only where the stripes are sharp.
-        const int x = right - width + int(width * fraction);
-        const int a = qGray(picture.pixel(x, row.center().y()));
-        const int b = qGray(picture.pixel(x + 4, row.center().y()));
-        return std::abs(a - b) > 150;
-    };
-    QCOMPARE(sharp(0.1), leadingSharp);
-    QCOMPARE(sharp(0.9), trailingSharp);
+void TestChatView::uploadEasesForwardOnly()
+{
+    ZVXManualClock clock;
+    UploadingPicture upload;
+    ZuveroChatView &view = upload.shown.view;
+    view.setUploadProgress(0.1, upload.message, true);
+    QVERIFY(!upload.sharpAt(0.5));
+
+    view.setUploadProgress(0.9, upload.message, true);
+    QVERIFY(!upload.sharpAt(0.5));
+    // Half way through the third of a second: about half uncovered.
+    clock.advance(std::chrono::milliseconds(165));
+    QVERIFY(upload.sharpAt(0.3));
+    QVERIFY(!upload.sharpAt(0.7));
+    clock.advance(std::chrono::milliseconds(200));
+    QVERIFY(upload.sharpAt(0.85));
+    QCOMPARE(clock.pendingSteps(), 0);
+
+    // Going back is shown at once, animated or not.
+    view.setUploadProgress(0.2, upload.message, true);
+    QVERIFY(!upload.sharpAt(0.5));
+    QCOMPARE(clock.pendingSteps(), 0);
 }
 
 void TestChatView::newMessagesScrollOnlyAReaderAtTheBottom()

@@ -39,6 +39,16 @@ void ZVXChatItemDelegate::setConnection(ZuveroConnection *connection)
     m_connection = connection;
 }
 
+void ZVXChatItemDelegate::setShownUploadProgress(const ZuveroChatMessage *message, double progress)
+{
+    m_shownProgress.insert(message, progress);
+}
+
+void ZVXChatItemDelegate::clearShownUploadProgress(const ZuveroChatMessage *message)
+{
+    m_shownProgress.remove(message);
+}
+
 const ZVXCellLayout &ZVXChatItemDelegate::layoutFor(const QModelIndex &index) const
 {
     const ZuveroChatViewItem item
@@ -131,6 +141,9 @@ void ZVXChatItemDelegate::paint(QPainter *painter, const QStyleOptionViewItem &o
         state.preview = previewFor(item, layout, &state.isGif);
         const QVariant progress = index.data(ZVXChatListModel::UploadProgressRole);
         state.uploadProgress = progress.isValid() ? progress.toDouble() : 1.0;
+        if (item.message())
+            state.uploadProgress
+                = m_shownProgress.value(item.message().get(), state.uploadProgress);
         if (!state.preview.isNull() && state.uploadProgress < 1.0 && item.attachment())
             state.blurredPreview = blurred(item.attachment()->uuid(), state.preview);
     }

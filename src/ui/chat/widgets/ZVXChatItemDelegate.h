@@ -46,6 +46,12 @@ public:
     void setCellStyle(const ZVXCellStyle &style);
     //! Where previews come from; none: placeholders.
     void setConnection(ZuveroConnection *connection);
+    /*!
+        Draws \a message's uploads at \a progress instead of the model's value,
+        while the view eases towards that value.
+    */
+    void setShownUploadProgress(const ZuveroChatMessage *message, double progress);
+    void clearShownUploadProgress(const ZuveroChatMessage *message);
     //! The load-more row shows that earlier messages are on their way.
     void setLoadingEarlierMessages(bool loading) { m_loadingEarlier = loading; }
 
@@ -94,4 +100,5 @@ private:
     qreal m_width = 0;
     QPointer<ZuveroConnection> m_connection;
     bool m_loadingEarlier = false;
+    QHash<const ZuveroChatMessage *, double> m_shownProgress;
 };

@@ -3,6 +3,7 @@
 #include "ZVXChatItemDelegate.h"
 #include "ZVXChatListModel.h"
 #include "ZVXChatRowBuilder.h"
+#include "ZVXClock.h"
 #include "ZVXLocalization.h"
 #include "ZVXMainThread.h"
 #include "Zuvero.h"
@@ -24,6 +25,9 @@
 namespace {
 // A scroll that ends nearer the top than this asks for earlier messages.
 constexpr int OverscrollDistance = 40;
+// An upload's progress eases linearly to its new value over this time.
+constexpr std::chrono::milliseconds ProgressAnimationDuration(330);
+constexpr std::chrono::milliseconds AnimationFrame(16);
 } // namespace
 
 class ZuveroChatViewPrivate
@@ -39,6 +43,15 @@ public:
     double dateInsertionInterval = 300.0;
     bool hasMoreMessages = false;
     bool shouldRasterizeCells = false;
+    // Uploads easing towards their latest progress, by message.
+    struct ProgressAnimation
+    {
+        double from = 0;
+        double to = 0;
+        QDateTime start;
+    };
+    QHash<const ZuveroChatMessage *, ProgressAnimation> progressAnimations;
+    bool progressStepScheduled = false;
     ZuveroNotificationObserver attachmentPreviews;
     ZuveroNotificationObserver locationPreviews;
 
@@ -79,6 +92,35 @@ public:
         updateWidth();
         list->doItemsLayout();
         list->viewport()->update();
+    }
+
+    // One frame of every running upload animation; the next is scheduled while any runs.
+    void stepProgressAnimations()
+    {
+        progressStepScheduled = false;
+        const QDateTime now = ZVXClock::currentTime();
+        for (auto it = progressAnimations.begin(); it != progressAnimations.end();) {
+            const double t
+                = double(it->start.msecsTo(now)) / double(ProgressAnimationDuration.count());
+            if (t >= 1.0) {
+                cells->clearShownUploadProgress(it.key());
+                it = progressAnimations.erase(it);
+            } else {
+                cells->setShownUploadProgress(it.key(),
+                                              it->from + (it->to - it->from) * std::max(0.0, t));
+                ++it;
+            }
+        }
+        list->viewport()->update();
+        scheduleProgressStep();
+    }
+
+    void scheduleProgressStep()
+    {
+        if (progressStepScheduled || progressAnimations.isEmpty())
+            return;
+        progressStepScheduled = true;
+        ZVXClock::after(AnimationFrame, q, [this] { stepProgressAnimations(); });
     }
 
     template<typename F, typename... Args>
@@ -291,12 +333,31 @@ void ZuveroChatView::setHasMoreMessages(bool hasMoreMessages)
     d->hasMoreMessages = hasMoreMessages;
 }
 
-void ZuveroChatView::setUploadProgress(double progress, const ZuveroChatMessagePtr &message, bool)
+void ZuveroChatView::setUploadProgress(double progress, const ZuveroChatMessagePtr &message,
+                                       bool animated)
 {
     if (!message)
         return;
-    // Progress is shown as it comes: a smaller value is drawn at once, never eased back.
+    const ZuveroChatMessage *key = message.get();
+    // Where the picture is uncovered now: mid-animation, that is not the model's value.
+    double shown = message->uploadProgress();
+    if (const auto running = d->progressAnimations.constFind(key);
+        running != d->progressAnimations.cend()) {
+        const double t = double(running->start.msecsTo(ZVXClock::currentTime()))
+            / double(ProgressAnimationDuration.count());
+        shown = running->from + (running->to - running->from) * std::clamp(t, 0.0, 1.0);
+    }
     d->model->setUploadProgress(message, progress);
+    // Progress that goes back is drawn at once: an upload is never seen undoing itself.
+    if (animated && progress >= shown) {
+        d->progressAnimations.insert(key, {shown, progress, ZVXClock::currentTime()});
+        d->cells->setShownUploadProgress(key, shown);
+        d->scheduleProgressStep();
+    } else {
+        d->progressAnimations.remove(key);
+        d->cells->clearShownUploadProgress(key);
+    }
+    d->list->viewport()->update();
 }
 
 void ZuveroChatView::scrollToLastMessageAnimated(bool)

@@ -78,7 +78,11 @@ public:
     //! Whether the load-more row is shown; applies at the next setMessages().
     bool hasMoreMessages() const;
     void setHasMoreMessages(bool hasMoreMessages);
-    //! Shows the upload progress (0 to 1) of \a message's attachments.
+    /*!
+        Shows the upload progress (0 to 1) of \a message's attachments. With
+        \a animated, a higher value is eased to over a third of a second; a
+        lower one is always shown at once.
+    */
     void setUploadProgress(double progress, const ZuveroChatMessagePtr &message,
                            bool animated = false);
     void scrollToLastMessageAnimated(bool animated);

@@ -162,6 +162,7 @@ private Q_SLOTS:
     void clickingABubbleTellsTheDelegate();
     void delegateIsHeldWeakly();
     void clickingALinkOpensIt();
+    void enterOpensTheFocusedRow();
     void scrollingNearTheTopOverscrolls_data();
     void scrollingNearTheTopOverscrolls();
     void erroredIconAsksForTheToast();
@@ -284,6 +285,22 @@ void TestChatView::clickingABubbleTellsTheDelegate()
         : shown.bubblePoint(row, userSide);
     QTest::mouseClick(shown.list->viewport(), Qt::LeftButton, {}, point);
     QCOMPARE(recorder.calls, call.isEmpty() ? QStringList() : QStringList{call});
+}
+
+void TestChatView::enterOpensTheFocusedRow()
+{
+    // Rows: load more, date, the user's text, its location, its picture.
+    ShownView shown(conversation(u"u0tlp"_s), true);
+    Recorder recorder;
+    shown.view.setDelegate(recorder.delegate);
+    shown.list->setFocus();
+    QTest::keyClick(shown.list, Qt::Key_Home);
+    for (int row = 0; row < shown.model()->rowCount(); ++row) {
+        QTest::keyClick(shown.list, row % 2 ? Qt::Key_Space : Qt::Key_Return);
+        QTest::keyClick(shown.list, Qt::Key_Down);
+    }
+    QCOMPARE(recorder.calls,
+             (QStringList{u"loadEarlier"_s, u"location 48.85 2.29 2000"_s, u"attachment m0a0"_s}));
 }
 
 void TestChatView::clickingALinkOpensIt()

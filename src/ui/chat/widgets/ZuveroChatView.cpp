@@ -164,6 +164,14 @@ public:
         }
     }
 
+    // The load-more row turns busy until the earlier messages are shown.
+    void loadEarlierMessages()
+    {
+        cells->setLoadingEarlierMessages(true);
+        list->viewport()->update();
+        tell(&ZuveroChatViewDelegate::chatViewLoadEarlierMessages);
+    }
+
     void showCopyMenu(const QPoint &viewportPosition)
     {
         const QModelIndex index = list->indexAt(viewportPosition);
@@ -218,11 +226,8 @@ ZuveroChatView::ZuveroChatView(QWidget *parent)
             [this](const QModelIndex &from, const QModelIndex &to) {
                 d->cells->forget(from, from.row(), to.row());
             });
-    connect(d->cells, &ZVXChatItemDelegate::loadMoreClicked, this, [this] {
-        d->cells->setLoadingEarlierMessages(true);
-        d->list->viewport()->update();
-        d->tell(&ZuveroChatViewDelegate::chatViewLoadEarlierMessages);
-    });
+    connect(d->cells, &ZVXChatItemDelegate::loadMoreClicked, this,
+            [this] { d->loadEarlierMessages(); });
     connect(d->cells, &ZVXChatItemDelegate::mediaClicked, this,
             [this](const QModelIndex &index) { d->openRow(index); });
     connect(d->cells, &ZVXChatItemDelegate::linkClicked, this,
@@ -429,8 +434,22 @@ bool ZuveroChatView::eventFilter(QObject *watched, QEvent *event)
             d->showCopyMenu(static_cast<QContextMenuEvent *>(event)->pos());
     } else if (watched == d->list && event->type() == QEvent::KeyPress) {
         auto *key = static_cast<QKeyEvent *>(event);
+        const QModelIndex current = d->list->currentIndex();
+        // Enter and Space do what a click on the focused row's picture or button does.
+        if (current.isValid() && key->modifiers() == Qt::NoModifier
+            && (key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter
+                || key->key() == Qt::Key_Space)) {
+            const ZuveroChatViewItem item = d->model->item(current.row());
+            if (item.kind() == ZuveroChatViewItemKindLoadMoreMessages) {
+                d->loadEarlierMessages();
+                return true;
+            }
+            if (item.attachment() || item.locationDictionary()) {
+                d->openRow(current);
+                return true;
+            }
+        }
         if (key->matches(QKeySequence::Copy)) {
-            const QModelIndex current = d->list->currentIndex();
             const QString text = current.isValid() ? d->textOfRow(current.row()) : QString();
             if (!text.isEmpty())
                 ZuveroChatViewPrivate::copyToClipboard(text);

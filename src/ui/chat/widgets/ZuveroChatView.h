@@ -40,9 +40,10 @@ struct ZuveroChatViewDelegate
 
     One list view ("messages_list") over the rows of the messages given;
     its rows are not selectable, but the list takes keyboard focus: Up and
-    Down move between rows, Ctrl+C copies the text of the row with focus,
-    and a text bubble's context menu offers "Copy". Every row has a text
-    for assistive technologies.
+    Down move between rows, Enter or Space opens the focused row's
+    attachment or location (or loads earlier messages), Ctrl+C copies the
+    text of the row with focus, and a text bubble's context menu offers
+    "Copy". Every row has a text for assistive technologies.
 */
 class ZUVERO_EXPORT ZuveroChatView : public QWidget
 {

@@ -321,6 +321,13 @@ void TestChatView::clickingALinkOpensIt()
         shown.list->viewport(), Qt::LeftButton, {},
         QPoint(agent.left() + ZVXChatItemDelegate::SideInset + 60, agent.bottom() - 18));
     QDesktopServices::unsetUrlHandler(u"https"_s);
+    // The pointer shows what a click would open.
+    QTest::mouseMove(
+        shown.list->viewport(),
+        QPoint(agent.left() + ZVXChatItemDelegate::SideInset + 60, agent.bottom() - 18));
+    QCOMPARE(shown.list->viewport()->cursor().shape(), Qt::PointingHandCursor);
+    QTest::mouseMove(shown.list->viewport(), QPoint(agent.center().x(), agent.top() + 1));
+    QCOMPARE(shown.list->viewport()->cursor().shape(), Qt::ArrowCursor);
     QCOMPARE(handler.opened,
              (QList<QUrl>{QUrl(u"https://example.com/faq/delivery"_s),
                           QUrl(u"https://example.com/faq/returns"_s)}));

@@ -18,6 +18,7 @@
 #include <QListView>
 #include <QMenu>
 #include <QMimeData>
+#include <QMouseEvent>
 #include <QPointer>
 #include <QScrollBar>
 #include <QVBoxLayout>
@@ -215,6 +216,7 @@ ZuveroChatView::ZuveroChatView(QWidget *parent)
     d->cells = new ZVXChatItemDelegate(this);
     d->list->setItemDelegate(d->cells);
     d->list->setModel(d->model);
+    d->list->viewport()->setMouseTracking(true);
     d->list->installEventFilter(this);
     d->list->viewport()->installEventFilter(this);
 
@@ -428,9 +430,23 @@ bool ZuveroChatView::event(QEvent *event)
 bool ZuveroChatView::eventFilter(QObject *watched, QEvent *event)
 {
     if (watched == d->list->viewport()) {
-        if (event->type() == QEvent::Resize)
+        if (event->type() == QEvent::Resize) {
             d->updateWidth();
-        else if (event->type() == QEvent::ContextMenu)
+        } else if (event->type() == QEvent::MouseMove) {
+            // A hand over what a click opens: links, pictures, maps, the buttons.
+            const QPoint position = static_cast<QMouseEvent *>(event)->position().toPoint();
+            const QModelIndex index = d->list->indexAt(position);
+            const auto hit
+                = d->cells->hitTest(index, position - d->list->visualRect(index).topLeft()).hit;
+            const bool active = hit == ZVXChatItemDelegate::Hit::Link
+                || hit == ZVXChatItemDelegate::Hit::Media
+                || hit == ZVXChatItemDelegate::Hit::LoadMore
+                || hit == ZVXChatItemDelegate::Hit::ErrorIcon;
+            if (active)
+                d->list->viewport()->setCursor(Qt::PointingHandCursor);
+            else
+                d->list->viewport()->unsetCursor();
+        } else if (event->type() == QEvent::ContextMenu)
             d->showCopyMenu(static_cast<QContextMenuEvent *>(event)->pos());
     } else if (watched == d->list && event->type() == QEvent::KeyPress) {
         auto *key = static_cast<QKeyEvent *>(event);

@@ -255,6 +255,10 @@ ZuveroChatView::ZuveroChatView(QWidget *parent)
 
 ZuveroChatView::~ZuveroChatView()
 {
+    // The list outlives this body (QWidget deletes it later): its events must not reach a
+    // view that is half gone.
+    d->list->viewport()->removeEventFilter(this);
+    d->list->removeEventFilter(this);
     d->attachmentPreviews.remove();
     d->locationPreviews.remove();
 }

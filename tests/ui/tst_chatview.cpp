@@ -173,7 +173,6 @@ private Q_SLOTS:
     void copyWithTheKeyboard();
     void copyFromTheContextMenu();
     void accessibleTreeNamesEveryRow();
-    void unsentLabelFollowsTheQueue();
     void appendingMeasuresOnlyNewRows();
     void widthChangeMeasuresAgain();
     void badDataIsBounded_data();
@@ -550,26 +549,6 @@ void TestChatView::accessibleTreeNamesEveryRow()
     }
     QVERIFY(texts.join(u'|').contains(u"text 1"_s));
     QVERIFY(texts.join(u'|').contains(u"text 2"_s));
-}
-
-void TestChatView::unsentLabelFollowsTheQueue()
-{
-    const ZuveroChatMessageList messages = conversation(u"u0t u10t u20t"_s);
-    ShownView shown(messages);
-    const auto label
-        = [&] { return shown.rowOfKind(ZuveroChatViewItemKindUserMessageUnsentLabel); };
-    QCOMPARE(label(), -1);
-
-    // Queued: the label stands before the first waiting message, as tall as a date.
-    shown.view.updateViewWithOfflineMessages(messages.mid(1), false);
-    QCOMPARE(label(), 2);
-    QCOMPARE(shown.rowRect(label()).height(), 26);
-    QCOMPARE(shown.rowRect(label()).bottom() + 1, shown.rowRect(label() + 1).top());
-
-    // Sent: the label goes and the rows close up.
-    shown.view.updateViewWithOfflineMessages({}, false);
-    QCOMPARE(label(), -1);
-    QCOMPARE(shown.rowRect(1).bottom() + 1, shown.rowRect(2).top());
 }
 
 void TestChatView::appendingMeasuresOnlyNewRows()

@@ -2,6 +2,8 @@
 #include "ZVXChatItemDelegate.h"
 #include "ZVXConversationScript.h"
 #include "ZVXManualClock.h"
+#include "ZVXTemporaryUserDefaults.h"
+#include "Zuvero.h"
 #include "ZuveroChatView.h"
 
 #include <QAccessible>
@@ -179,6 +181,7 @@ private Q_SLOTS:
     void badDataIsBounded();
     void bubblesArePaintedInTheirColour_data();
     void bubblesArePaintedInTheirColour();
+    void theHostsLookIsFollowed();
     void sizeLabels_data();
     void sizeLabels();
 };
@@ -672,6 +675,33 @@ void TestChatView::bubblesArePaintedInTheirColour()
     const QColor painted = picture.pixelColor(x * picture.devicePixelRatio(),
                                               (rect.bottom() - 12) * picture.devicePixelRatio());
     QCOMPARE(painted.rgb(), colour.rgb());
+}
+
+void TestChatView::theHostsLookIsFollowed()
+{
+    ZVXTemporaryUserDefaults defaults;
+    // A port nobody listens on: nothing here reaches a server.
+    std::unique_ptr<Zuvero> zuvero(Zuvero::initWithApiKey(u"k"_s, u"127.0.0.1:9"_s, {}));
+    zuvero->appearance().userMessageBackgroundColor = QColor(200, 30, 30);
+    ShownView shown(conversation(u"u0t"_s));
+    shown.view.setApiInstance(zuvero.get());
+    const auto bubbleColour = [&] {
+        const QRect rect = shown.rowRect(shown.rowOfKind(ZuveroChatViewItemKindUserMessage));
+        const QImage picture = shown.list->viewport()->grab().toImage();
+        return picture.pixelColor(rect.right() - ZVXChatItemDelegate::SideInset - 12,
+                                  rect.bottom() - 12);
+    };
+    QCOMPARE(bubbleColour(), QColor(200, 30, 30));
+    const int height = shown.rowRect(1).height();
+
+    // A new look is taken at the next reload, and the rows are measured for it.
+    zuvero->appearance().userMessageBackgroundColor = QColor(20, 120, 40);
+    QFont larger = zuvero->appearance().messageFont.value_or(QFont());
+    larger.setPixelSize(34);
+    zuvero->appearance().messageFont = larger;
+    shown.view.reloadDataAnimated(false);
+    QCOMPARE(bubbleColour(), QColor(20, 120, 40));
+    QVERIFY(shown.rowRect(1).height() > height);
 }
 
 void TestChatView::sizeLabels_data()

@@ -18,6 +18,8 @@ namespace {
 constexpr auto FinishNoticeDelay = 200ms;
 // The network's return is followed by a pass this much later.
 constexpr auto NetworkReturnDelay = 1s;
+// A message given up is announced briefly: the chat shows it as errored for good.
+constexpr double GiveUpNoticeSeconds = 3;
 
 } // namespace
 
@@ -118,7 +120,8 @@ void ZVXOfflineQueue::sendOfflineMessages(bool fromLoop)
                 message->setIsErrored(true);
                 self->m_facade->showToast(
                     ZVXLocalization::hostString(QStringLiteral("Error")),
-                    ZVXLocalization::hostString(QStringLiteral("Could not send the message")));
+                    ZVXLocalization::hostString(QStringLiteral("Could not send the message")),
+                    GiveUpNoticeSeconds);
                 self->handleSendingSuccess(self->m_offlineMessages, message);
             }
         },

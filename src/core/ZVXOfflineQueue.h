@@ -28,7 +28,8 @@ public:
     virtual void post(const QString &name, const QVariantMap &userInfo) = 0;
     //! The did-send event: the notification, then the delegate.
     virtual void notifyChatDidSendMessage() = 0;
-    virtual void showToast(const QString &title, const QString &text) = 0;
+    //! A notice that closes by itself after \a seconds.
+    virtual void showToast(const QString &title, const QString &text, double seconds) = 0;
 };
 
 /*!

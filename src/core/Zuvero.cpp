@@ -253,9 +253,9 @@ void ZuveroPrivate::notifyChatDidSendMessage()
     q->notifyChatDidSendMessageNotification();
 }
 
-void ZuveroPrivate::showToast(const QString &title, const QString &text)
+void ZuveroPrivate::showToast(const QString &title, const QString &text, double seconds)
 {
-    userInterface->showToast(title, text, 0);
+    userInterface->showToast(title, text, seconds);
 }
 
 bool ZuveroPrivate::hasToken()

@@ -76,7 +76,7 @@ public:
                          ZuveroConnection::Progress progress) override;
     void post(const QString &name, const QVariantMap &userInfo) override;
     void notifyChatDidSendMessage() override;
-    void showToast(const QString &title, const QString &text) override;
+    void showToast(const QString &title, const QString &text, double seconds) override;
 
     // Registration's view.
     bool needsRegistration() const override { return m_needsRegistration; }

@@ -1,13 +1,10 @@
 #include "ZVXWidgetUserInterface.h"
 
-#include "ZVXClock.h"
+#include "Toast.h"
 
 #include <QApplication>
 #include <QMessageBox>
 #include <QPushButton>
-
-#include <chrono>
-#include <cmath>
 
 namespace {
 
@@ -51,12 +48,5 @@ void ZVXWidgetUserInterface::showAlert(const ZVXAlert &alert)
 
 void ZVXWidgetUserInterface::showToast(const QString &title, const QString &text, double seconds)
 {
-    QMessageBox *box = makeBox(title, text);
-    QPushButton *ok = box->addButton(QStringLiteral("OK"), QMessageBox::AcceptRole);
-    box->open();
-    if (seconds > 0) {
-        // Dismissed after whole seconds, as if its only button were pressed.
-        const auto delay = std::chrono::seconds(qint64(std::floor(seconds)));
-        ZVXClock::after(delay, box, [ok] { ok->click(); });
-    }
+    Toast::display(title, text, seconds);
 }

@@ -1,9 +1,11 @@
+#include "Toast.h"
 #include "ZVXManualClock.h"
 #include "ZVXWidgetUserInterface.h"
 
 #include <QAbstractButton>
 #include <QApplication>
 #include <QMessageBox>
+#include <QPointer>
 #include <QTest>
 
 using namespace std::chrono_literals;
@@ -16,6 +18,16 @@ QMessageBox *visibleBox()
             return box;
     }
     return nullptr;
+}
+
+QList<Toast *> visibleToasts()
+{
+    QList<Toast *> toasts;
+    for (QWidget *widget : QApplication::topLevelWidgets()) {
+        if (auto *toast = qobject_cast<Toast *>(widget); toast && toast->isVisible())
+            toasts.append(toast);
+    }
+    return toasts;
 }
 } // namespace
 
@@ -61,22 +73,33 @@ void TestWidgetUserInterface::toastDismissesItself()
     ZVXManualClock clock;
     ZVXWidgetUserInterface ui;
     ui.showToast(QStringLiteral("Error"), QStringLiteral("Could not send the message"), 2.7);
-    QPointer<QMessageBox> box = visibleBox();
-    QVERIFY(box);
-    QCOMPARE(box->informativeText(), QStringLiteral("Could not send the message"));
+    const QList<Toast *> shown = visibleToasts();
+    QCOMPARE(shown.size(), 1);
+    QPointer<Toast> toast = shown.first();
+    QCOMPARE(toast->accessibleName(), QStringLiteral("Error"));
+    QCOMPARE(toast->accessibleDescription(), QStringLiteral("Could not send the message"));
+    // Nothing waits on it: no modal window, no focus taken.
+    QVERIFY(!QApplication::activeModalWidget());
+    QVERIFY(toast->testAttribute(Qt::WA_ShowWithoutActivating));
     clock.advance(1999ms);
-    QVERIFY(box && box->isVisible());
+    QVERIFY(toast && toast->isVisible());
     clock.advance(1ms); // whole seconds: 2.7 s is 2 s
-    QTRY_VERIFY(!box);
+    QTRY_VERIFY(!toast);
 
-    // Without a time it stays until pressed.
-    ui.showToast(QStringLiteral("Note"), QStringLiteral("x"), 0);
-    box = visibleBox();
-    QVERIFY(box);
+    // A burst replaces the notice on screen instead of stacking; an untimed one stays until
+    // pressed.
+    for (int i = 0; i < 20; ++i)
+        ui.showToast(QStringLiteral("Note"), QString::number(i), 0);
+    QTRY_COMPARE(visibleToasts().size(), 1);
+    toast = Toast::current();
+    QCOMPARE(toast->text(), QStringLiteral("19"));
     clock.advance(std::chrono::hours(1));
-    QVERIFY(box->isVisible());
-    box->buttons().first()->click();
-    QTRY_VERIFY(!box);
+    QVERIFY(toast->isVisible());
+    auto *ok = toast->findChild<QAbstractButton *>();
+    QVERIFY(ok);
+    QTest::mouseClick(ok, Qt::LeftButton);
+    QTRY_VERIFY(!toast);
+    QTRY_VERIFY(visibleToasts().isEmpty());
 }
 
 QTEST_MAIN(TestWidgetUserInterface)

@@ -269,7 +269,14 @@ std::optional<ZVXURLRequest> ZuveroConnectionPrivate::cacheableRequestWithURL(co
     ZVXURLRequest request(url);
     request.setCachePolicy(ZVXURLRequest::CachePolicy::ReturnCacheDataElseLoad);
     request.setTimeoutInterval(std::chrono::seconds(60));
-    if (const std::optional<QString> jwt = api() ? api()->jwt() : std::nullopt) {
+    // The token goes only to the server it was made for, over TLS: a file address names any
+    // host the server (or whoever wrote the message) chose.
+    const QUrl server = apiURLWithPath(QString());
+    const bool ours = url.scheme() == QLatin1String("https")
+        && url.host().compare(server.host(), Qt::CaseInsensitive) == 0
+        && url.port(443) == server.port(443);
+    const std::optional<QString> jwt = ours && api() ? api()->jwt() : std::nullopt;
+    if (jwt) {
         QString query = url.query(QUrl::FullyEncoded);
         if (!query.isEmpty())
             query += QLatin1Char('&');

@@ -199,6 +199,14 @@ void TestPreviews::oneDownloadThenCached()
              record->raw());
     QCOMPARE(requestsTo("/p/1"), 1);
     QCOMPARE(m_loaded.size(), 1);
+
+    // Only to the server it was made for: the same machine under another name is a stranger.
+    QUrl elsewhere = m_server->url(u"/p/1"_s);
+    elsewhere.setHost(u"localhost"_s);
+    QVERIFY(!m_connection->loadAttachmentPreview(remoteAttachment(u"a-4"_s, elsewhere)));
+    QVERIFY(waitFor([&] { return m_loaded.size() == 2; }));
+    QCOMPARE(requestsTo("/p/1"), 2);
+    QVERIFY(!m_server->requests().last().target.contains("jwt"));
 }
 
 void TestPreviews::failureBacksOffTenSeconds()

@@ -203,6 +203,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         const QList<ZuveroChatViewItem> rows
             = ZVXChatRowBuilder::buildRows(chat, hasMore, dateText);
         ZVX_FUZZ_CHECK(ZVXChatRowBuilder::buildRows(chat, hasMore, dateText) == rows);
+        // A build that goes on after any message gives the rows of one build of all.
+        ZVXChatRowBuilder::Build build(hasMore, dateText);
+        const qsizetype split = header % (chat.size() + 1);
+        for (qsizetype i = 0; i < split; ++i)
+            build.append(chat.at(i));
+        ZVX_FUZZ_CHECK(build.continuesWith(chat));
+        for (qsizetype i = split; i < chat.size(); ++i)
+            build.append(chat.at(i));
+        ZVX_FUZZ_CHECK(build.rows() == rows);
         if (!duplicateUuids)
             checkShape(rows, chat, hasMore, dateText);
         QSet<ZuveroChatViewItem::Identity> identities;

@@ -58,6 +58,7 @@ class TestChatRowBuilder : public QObject
 private Q_SLOTS:
     void rows_data();
     void rows();
+    void continuation();
     void identities();
     void unsentLabel_data();
     void unsentLabel();
@@ -127,6 +128,35 @@ void TestChatRowBuilder::rows()
     QCOMPARE(describe(built), rows);
 
     QCOMPARE(ZVXChatRowBuilder::buildRows(conversation, hasMore, byDay ? day : minute), built);
+
+    // A build that goes on after any message gives the same rows.
+    for (qsizetype split = 0; split <= conversation.size(); ++split) {
+        ZVXChatRowBuilder::Build build(hasMore, byDay ? day : minute);
+        for (qsizetype i = 0; i < split; ++i)
+            build.append(conversation[i]);
+        QVERIFY(build.continuesWith(conversation));
+        for (qsizetype i = split; i < conversation.size(); ++i)
+            build.append(conversation[i]);
+        QCOMPARE(describe(build.rows()), rows);
+    }
+}
+
+void TestChatRowBuilder::continuation()
+{
+    // Only the same messages, as they were, followed by new ones, continue a build.
+    const ZuveroChatMessageList conversation
+        = ZVXConversationScript::conversation(QStringLiteral("u0t u5t a9t"));
+    ZVXChatRowBuilder::Build build(false, minute);
+    build.append(conversation[0]);
+    build.append(conversation[1]);
+    QVERIFY(build.continuesWith(conversation.mid(0, 2)));
+    QVERIFY(!build.continuesWith(conversation.mid(0, 1)));
+    ZuveroChatMessageList replaced = conversation;
+    replaced[1] = std::make_shared<ZuveroChatMessage>(*conversation[1]);
+    QVERIFY(!build.continuesWith(replaced));
+    // Gone offline: its unsent label is not in the rows built.
+    conversation[1]->setIsOffline(true);
+    QVERIFY(!build.continuesWith(conversation));
 }
 
 void TestChatRowBuilder::identities()

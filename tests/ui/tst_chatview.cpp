@@ -176,6 +176,7 @@ private Q_SLOTS:
     void copyFromTheContextMenu();
     void accessibleTreeNamesEveryRow();
     void appendingMeasuresOnlyNewRows();
+    void heightsFollowTheRows();
     void widthChangeMeasuresAgain();
     void badDataIsBounded_data();
     void badDataIsBounded();
@@ -576,6 +577,34 @@ void TestChatView::appendingMeasuresOnlyNewRows()
     QVERIFY2(cells->layoutCount() - before <= visible + 51,
              qPrintable(QString::number(cells->layoutCount() - before)));
     QCOMPARE(shown.model()->rowCount(), 1051);
+}
+
+void TestChatView::heightsFollowTheRows()
+{
+    // Rows of every height (texts of one to many lines, pictures, places), changed the ways a
+    // screen changes them: earlier history before, a send after, the unsent label moving.
+    QString words;
+    for (int i = 0; i < 40; ++i)
+        words += u"%1%2%3 "_s.arg(i % 3 ? u"u"_s : u"a"_s)
+                     .arg(i * 50)
+                     .arg(QStringList{u"t"_s, u"p"_s, u"l"_s, u"tp"_s}.at(i % 4));
+    ZuveroChatMessageList all = conversation(words.trimmed());
+    for (int i = 0; i < all.size(); i += 3) {
+        if (all[i]->text())
+            all[i]->setText(u"several words "_s.repeated(i + 1));
+    }
+    ShownView changed(all.mid(10, 20));
+    changed.view.setMessages(all.mid(0, 30));
+    changed.view.setMessages(all);
+    const ZuveroChatMessageList queue{all[31], all[34]};
+    changed.view.updateViewWithOfflineMessages(queue, false);
+    changed.view.updateViewWithOfflineMessages({all[34]}, false);
+
+    ShownView fresh(all);
+    fresh.view.updateViewWithOfflineMessages({all[34]}, false);
+    QCOMPARE(changed.model()->rowCount(), fresh.model()->rowCount());
+    for (int row = 0; row < fresh.model()->rowCount(); ++row)
+        QCOMPARE(changed.rowRect(row).height(), fresh.rowRect(row).height());
 }
 
 void TestChatView::widthChangeMeasuresAgain()

@@ -1,7 +1,6 @@
 #include "ZVXChatRowBuilder.h"
 
 #include <QHash>
-#include <QSet>
 
 namespace {
 
@@ -30,33 +29,20 @@ ZuveroChatViewItem bubble(QLatin1String kind, const ZuveroChatMessagePtr &messag
     return item;
 }
 
-// Rows are named after their message and attachment: two of those with one
-// uuid would give two rows one name.
-class UuidClashes
+// Whether two attachments of \a message share a uuid.
+bool attachmentsClash(const ZuveroChatMessage &message)
 {
-public:
-    explicit UuidClashes(qsizetype messages) { m_messages.reserve(messages); }
-
-    void add(const ZuveroChatMessage &message)
-    {
-        const qsizetype before = m_messages.size();
-        m_messages.insert(message.uuid());
-        m_found = m_found || m_messages.size() == before;
-        const std::optional<ZuveroChatAttachmentList> attachments = message.attachments();
-        for (qsizetype i = 1; attachments && i < attachments->size() && !m_found; ++i) {
-            for (qsizetype k = 0; k < i; ++k) {
-                const ZuveroChatAttachmentPtr &a = attachments->at(i);
-                const ZuveroChatAttachmentPtr &b = attachments->at(k);
-                m_found = m_found || (a ? a->uuid() : QString()) == (b ? b->uuid() : QString());
-            }
+    const std::optional<ZuveroChatAttachmentList> attachments = message.attachments();
+    for (qsizetype i = 1; attachments && i < attachments->size(); ++i) {
+        for (qsizetype k = 0; k < i; ++k) {
+            const ZuveroChatAttachmentPtr &a = attachments->at(i);
+            const ZuveroChatAttachmentPtr &b = attachments->at(k);
+            if ((a ? a->uuid() : QString()) == (b ? b->uuid() : QString()))
+                return true;
         }
     }
-    bool found() const { return m_found; }
-
-private:
-    QSet<QString> m_messages;
-    bool m_found = false;
-};
+    return false;
+}
 
 // Numbers each row after the rows of the same name before it.
 void numberOccurrences(QList<ZuveroChatViewItem> &rows)
@@ -83,118 +69,139 @@ QList<ZuveroChatViewItem> ZVXChatRowBuilder::buildRows(const ZuveroChatMessageLi
                                                        bool hasMoreMessages,
                                                        const DateText &dateText)
 {
-    QList<ZuveroChatViewItem> rows;
-    rows.reserve(messages.size() * 2 + 1);
+    Build build(hasMoreMessages, dateText);
+    for (const ZuveroChatMessagePtr &message : messages)
+        build.append(message);
+    return build.rows();
+}
+
+ZVXChatRowBuilder::Build::Build(bool hasMoreMessages, DateText dateText)
+    : m_hasMoreMessages(hasMoreMessages)
+    , m_dateText(std::move(dateText))
+{
     if (hasMoreMessages)
-        rows.append(ZuveroChatViewItem(ZuveroChatViewItemKindLoadMoreMessages));
+        m_rows.append(ZuveroChatViewItem(ZuveroChatViewItemKindLoadMoreMessages));
+}
 
-    // The previous item is the bubble that the next message's tail rule looks at.
-    qsizetype previousItem = -1;
-    ZuveroChatMessagePtr previousMessage;
-    QDateTime previousMessageDate;
-    QDateTime lastDateRowDate;
-    std::optional<QString> lastDateRowText;
-    int labels = 0;
-    UuidClashes clashes(messages.size());
+QList<ZuveroChatViewItem> ZVXChatRowBuilder::Build::rows() const
+{
+    if (!m_clash)
+        return m_rows;
+    QList<ZuveroChatViewItem> numbered = m_rows;
+    numberOccurrences(numbered);
+    return numbered;
+}
 
-    for (const ZuveroChatMessagePtr &message : messages) {
-        // A list may hold no message where one was expected; it makes no row.
-        if (!message)
-            continue;
-        clashes.add(*message);
-        const bool isUser = message->isUserMessage();
-        const bool isAgent = message->isAgentMessage();
+bool ZVXChatRowBuilder::Build::continuesWith(const ZuveroChatMessageList &messages) const
+{
+    if (messages.size() < m_messages.size())
+        return false;
+    for (qsizetype i = 0; i < m_messages.size(); ++i) {
+        const ZuveroChatMessagePtr &built = m_messages.at(i);
+        if (messages.at(i) != built || (built && built->isOffline() != m_offline[size_t(i)]))
+            return false;
+    }
+    return true;
+}
 
-        const bool sameSide = previousItem >= 0
-            && ((rows[previousItem].isUserSide() && isUser)
-                || (rows[previousItem].isAgentSide() && isAgent));
-        if (!sameSide && previousMessage) {
-            ZuveroChatViewItem spacer(ZuveroChatViewItemKindSpacer);
-            spacer.setAnchorUuid(message->uuid());
-            rows.append(spacer);
-        }
+void ZVXChatRowBuilder::Build::append(const ZuveroChatMessagePtr &message)
+{
+    m_messages.append(message);
+    m_offline.push_back(message && message->isOffline());
+    // A list may hold no message where one was expected; it makes no row.
+    if (!message)
+        return;
+    const qsizetype uuids = m_uuids.size();
+    m_uuids.insert(message->uuid());
+    m_clash = m_clash || m_uuids.size() == uuids || attachmentsClash(*message);
+    QList<ZuveroChatViewItem> &rows = m_rows;
+    const bool isUser = message->isUserMessage();
+    const bool isAgent = message->isAgentMessage();
 
-        const QDateTime date = message->date();
-        if (date.isValid()) {
-            const bool recent = lastDateRowDate.isValid()
-                && isWithin(previousMessageDate, date, MessageGapMSecs)
-                && isWithin(lastDateRowDate, date, DateRowSpanMSecs);
-            if (!recent) {
-                const QString text = dateText(date);
-                // A second separator printing the same minute says nothing new.
-                if (text != lastDateRowText) {
-                    ZuveroChatViewItem row(ZuveroChatViewItemKindDate);
-                    row.setDate(date);
-                    row.setAnchorUuid(message->uuid());
-                    rows.append(row);
-                    lastDateRowDate = date;
-                    lastDateRowText = text;
-                    // The date row stands between the earlier bubble and this one.
-                    previousItem = -1;
-                }
-            }
-        }
-
-        const bool previousIsOffline
-            = previousItem >= 0 && rows[previousItem].message()->isOffline();
-        bool labelAdded = false;
-        if (!previousIsOffline && isUser && message->isOffline()) {
-            ZuveroChatViewItem label(ZuveroChatViewItemKindUserMessageUnsentLabel);
-            // Labels are named by their order alone.
-            label.setOccurrence(labels++);
-            rows.append(label);
-            previousItem = -1;
-            labelAdded = true;
-        }
-
-        if (!labelAdded && previousItem >= 0) {
-            ZuveroChatViewItem &previous = rows[previousItem];
-            const ZuveroChatMessage &before = *previous.message();
-            // A system message has neither side, and so joins the group of either
-            // neighbour here: the bubble next to it loses its tail.
-            if (before.isUserMessage() == isUser || before.isAgentMessage() == isAgent) {
-                previous.setShowTail(false);
-                previous.setShowUserName(false);
-            }
-        }
-
-        const bool withText = hasText(*message);
-        if (withText) {
-            const QLatin1String kind = isUser ? ZuveroChatViewItemKindUserMessage
-                : isAgent                     ? ZuveroChatViewItemKindAgentMessage
-                                              : ZuveroChatViewItemKindSystemMessage;
-            rows.append(bubble(kind, message, true));
-            previousItem = rows.size() - 1;
-        }
-
-        if (const std::optional<QVariantMap> location = message->locationDictionary()) {
-            ZuveroChatViewItem row = bubble(isUser ? ZuveroChatViewItemKindUserMessageLocation
-                                                   : ZuveroChatViewItemKindAgentMessageLocation,
-                                            message, !withText);
-            row.setLocationDictionary(location);
-            rows.append(row);
-            previousItem = rows.size() - 1;
-        }
-
-        if (const std::optional<ZuveroChatAttachmentList> attachments = message->attachments()) {
-            for (const ZuveroChatAttachmentPtr &attachment : *attachments) {
-                ZuveroChatViewItem row
-                    = bubble(isUser ? ZuveroChatViewItemKindUserMessageAttachment
-                                    : ZuveroChatViewItemKindAgentMessageAttachment,
-                             message, !withText);
-                row.setAttachment(attachment);
-                rows.append(row);
-                previousItem = rows.size() - 1;
-            }
-        }
-
-        previousMessage = message;
-        previousMessageDate = date;
+    const bool sameSide = m_previousItem >= 0
+        && ((rows[m_previousItem].isUserSide() && isUser)
+            || (rows[m_previousItem].isAgentSide() && isAgent));
+    if (!sameSide && m_previousMessage) {
+        ZuveroChatViewItem spacer(ZuveroChatViewItemKindSpacer);
+        spacer.setAnchorUuid(message->uuid());
+        rows.append(spacer);
     }
 
-    if (clashes.found())
-        numberOccurrences(rows);
-    return rows;
+    const QDateTime date = message->date();
+    if (date.isValid()) {
+        const bool recent = m_lastDateRowDate.isValid()
+            && isWithin(m_previousMessageDate, date, MessageGapMSecs)
+            && isWithin(m_lastDateRowDate, date, DateRowSpanMSecs);
+        if (!recent) {
+            const QString text = m_dateText(date);
+            // A second separator printing the same minute says nothing new.
+            if (text != m_lastDateRowText) {
+                ZuveroChatViewItem row(ZuveroChatViewItemKindDate);
+                row.setDate(date);
+                row.setAnchorUuid(message->uuid());
+                rows.append(row);
+                m_lastDateRowDate = date;
+                m_lastDateRowText = text;
+                // The date row stands between the earlier bubble and this one.
+                m_previousItem = -1;
+            }
+        }
+    }
+
+    const bool previousIsOffline
+        = m_previousItem >= 0 && rows[m_previousItem].message()->isOffline();
+    bool labelAdded = false;
+    if (!previousIsOffline && isUser && message->isOffline()) {
+        ZuveroChatViewItem label(ZuveroChatViewItemKindUserMessageUnsentLabel);
+        // Labels are named by their order alone.
+        label.setOccurrence(m_labels++);
+        rows.append(label);
+        m_previousItem = -1;
+        labelAdded = true;
+    }
+
+    if (!labelAdded && m_previousItem >= 0) {
+        ZuveroChatViewItem &previous = rows[m_previousItem];
+        const ZuveroChatMessage &before = *previous.message();
+        // A system message has neither side, and so joins the group of either
+        // neighbour here: the bubble next to it loses its tail.
+        if (before.isUserMessage() == isUser || before.isAgentMessage() == isAgent) {
+            previous.setShowTail(false);
+            previous.setShowUserName(false);
+        }
+    }
+
+    const bool withText = hasText(*message);
+    if (withText) {
+        const QLatin1String kind = isUser ? ZuveroChatViewItemKindUserMessage
+            : isAgent                     ? ZuveroChatViewItemKindAgentMessage
+                                          : ZuveroChatViewItemKindSystemMessage;
+        rows.append(bubble(kind, message, true));
+        m_previousItem = rows.size() - 1;
+    }
+
+    if (const std::optional<QVariantMap> location = message->locationDictionary()) {
+        ZuveroChatViewItem row = bubble(isUser ? ZuveroChatViewItemKindUserMessageLocation
+                                               : ZuveroChatViewItemKindAgentMessageLocation,
+                                        message, !withText);
+        row.setLocationDictionary(location);
+        rows.append(row);
+        m_previousItem = rows.size() - 1;
+    }
+
+    if (const std::optional<ZuveroChatAttachmentList> attachments = message->attachments()) {
+        for (const ZuveroChatAttachmentPtr &attachment : *attachments) {
+            ZuveroChatViewItem row = bubble(isUser ? ZuveroChatViewItemKindUserMessageAttachment
+                                                   : ZuveroChatViewItemKindAgentMessageAttachment,
+                                            message, !withText);
+            row.setAttachment(attachment);
+            rows.append(row);
+            m_previousItem = rows.size() - 1;
+        }
+    }
+
+    m_previousMessage = message;
+    m_previousMessageDate = date;
 }
 
 ZVXChatRowBuilder::UnsentLabelChange

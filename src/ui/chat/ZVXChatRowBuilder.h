@@ -4,8 +4,10 @@
 #include "ZuveroChatViewItem.h"
 
 #include <QList>
+#include <QSet>
 
 #include <functional>
+#include <vector>
 
 /*!
     Turns the conversation into the rows of the chat list, and moves the
@@ -30,6 +32,50 @@ public:
     */
     static QList<ZuveroChatViewItem> buildRows(const ZuveroChatMessageList &messages,
                                                bool hasMoreMessages, const DateText &dateText);
+
+    /*!
+        A build that can go on: the rows of the messages given so far, and
+        what the rules of the next message look at. Appending to it gives
+        the rows that one build of all the messages would give, so a long
+        conversation that grows at its end costs only its new messages.
+    */
+    class ZUVERO_EXPORT Build
+    {
+    public:
+        Build(bool hasMoreMessages, DateText dateText);
+
+        void append(const ZuveroChatMessagePtr &message);
+        //! The rows so far.
+        QList<ZuveroChatViewItem> rows() const;
+        bool hasMoreMessages() const { return m_hasMoreMessages; }
+        //! How many messages were appended.
+        qsizetype messageCount() const { return m_messages.size(); }
+        /*!
+            Whether \a messages are the messages built so far, still as they
+            were built (the same objects, none gone offline or back), followed
+            by any number of new ones: then appending those continues this build.
+        */
+        bool continuesWith(const ZuveroChatMessageList &messages) const;
+
+    private:
+        bool m_hasMoreMessages;
+        DateText m_dateText;
+        QList<ZuveroChatViewItem> m_rows;
+        // The messages built, with what each said of itself then.
+        ZuveroChatMessageList m_messages;
+        std::vector<bool> m_offline;
+        // The bubble that the next message's tail rule looks at.
+        qsizetype m_previousItem = -1;
+        ZuveroChatMessagePtr m_previousMessage;
+        QDateTime m_previousMessageDate;
+        QDateTime m_lastDateRowDate;
+        std::optional<QString> m_lastDateRowText;
+        int m_labels = 0;
+        // Rows are named after their message and attachment: two of those with one uuid would
+        // give two rows one name, and are then numbered.
+        QSet<QString> m_uuids;
+        bool m_clash = false;
+    };
 
     //! What updateWithOfflineMessages() did to the rows.
     struct UnsentLabelChange

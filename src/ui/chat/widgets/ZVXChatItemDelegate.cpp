@@ -22,6 +22,8 @@ ZVXChatItemDelegate::~ZVXChatItemDelegate() = default;
 
 void ZVXChatItemDelegate::setRowWidth(qreal width)
 {
+    if (width != m_width)
+        std::fill(m_heights.begin(), m_heights.end(), -1);
     m_width = width;
 }
 
@@ -32,6 +34,44 @@ void ZVXChatItemDelegate::setCellStyle(const ZVXCellStyle &style)
     m_style = style;
     ++m_generation;
     m_blurred.clear();
+    std::fill(m_heights.begin(), m_heights.end(), -1);
+}
+
+void ZVXChatItemDelegate::watch(const QAbstractItemModel *model)
+{
+    m_heights.assign(size_t(model->rowCount()), -1);
+    const auto unknown = [this](int first, int last) {
+        m_heights.insert(m_heights.begin() + first, size_t(last - first + 1), -1);
+    };
+    connect(model, &QAbstractItemModel::rowsInserted, this,
+            [unknown](const QModelIndex &, int first, int last) { unknown(first, last); });
+    connect(model, &QAbstractItemModel::rowsRemoved, this,
+            [this](const QModelIndex &, int first, int last) {
+                m_heights.erase(m_heights.begin() + first, m_heights.begin() + last + 1);
+            });
+    connect(model, &QAbstractItemModel::rowsMoved, this,
+            [this](const QModelIndex &, int first, int last, const QModelIndex &, int before) {
+                // Qt names the destination as the row the rows are put before, counted before
+                // the move.
+                const std::vector<int> moved(m_heights.begin() + first,
+                                             m_heights.begin() + last + 1);
+                m_heights.erase(m_heights.begin() + first, m_heights.begin() + last + 1);
+                const int to = before > last ? before - int(moved.size()) : before;
+                m_heights.insert(m_heights.begin() + to, moved.begin(), moved.end());
+            });
+    connect(model, &QAbstractItemModel::dataChanged, this,
+            [this](const QModelIndex &topLeft, const QModelIndex &bottomRight) {
+                forgetHeights(topLeft.row(), bottomRight.row());
+            });
+    const auto all = [this, model] { m_heights.assign(size_t(model->rowCount()), -1); };
+    connect(model, &QAbstractItemModel::modelReset, this, all);
+    connect(model, &QAbstractItemModel::layoutChanged, this, all);
+}
+
+void ZVXChatItemDelegate::forgetHeights(int first, int last) const
+{
+    for (int row = std::max(first, 0); row <= last && size_t(row) < m_heights.size(); ++row)
+        m_heights[size_t(row)] = -1;
 }
 
 void ZVXChatItemDelegate::setConnection(ZuveroConnection *connection)
@@ -70,6 +110,7 @@ void ZVXChatItemDelegate::forget(const QModelIndex &parentModel, int first, int 
         return;
     for (int row = first; row <= last; ++row)
         m_layouts.remove(model->item(row).identity());
+    forgetHeights(first, last);
 }
 
 void ZVXChatItemDelegate::keepOnly(const QList<ZuveroChatViewItem> &rows)
@@ -86,7 +127,13 @@ void ZVXChatItemDelegate::keepOnly(const QList<ZuveroChatViewItem> &rows)
 
 QSize ZVXChatItemDelegate::sizeHint(const QStyleOptionViewItem &, const QModelIndex &index) const
 {
-    return QSize(int(m_width) + 2 * SideInset, int(std::ceil(layoutFor(index).height)));
+    const size_t row = size_t(index.row());
+    if (row < m_heights.size() && m_heights[row] >= 0)
+        return QSize(int(m_width) + 2 * SideInset, m_heights[row]);
+    const int height = int(std::ceil(layoutFor(index).height));
+    if (row < m_heights.size())
+        m_heights[row] = height;
+    return QSize(int(m_width) + 2 * SideInset, height);
 }
 
 QImage ZVXChatItemDelegate::blurred(const QString &key, const QImage &image) const

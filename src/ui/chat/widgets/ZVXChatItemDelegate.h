@@ -8,6 +8,8 @@
 #include <QStyledItemDelegate>
 #include <QUrl>
 
+#include <vector>
+
 class ZuveroConnection;
 
 /*!
@@ -55,6 +57,14 @@ public:
     //! The load-more row shows that earlier messages are on their way.
     void setLoadingEarlierMessages(bool loading) { m_loadingEarlier = loading; }
 
+    /*!
+        Keeps the heights of \a model's rows by position, in step with its
+        changes: the list asks for every row's size at each layout, and a
+        long conversation must not pay a layout lookup per row for it. Call
+        it before the list view is given the model.
+    */
+    void watch(const QAbstractItemModel *model);
+
     //! The layout of the row at \a index, made now if there is none for its width and look.
     const ZVXCellLayout &layoutFor(const QModelIndex &index) const;
     //! Lays the rows out again from \a first to \a last.
@@ -92,7 +102,11 @@ private:
                       bool *isGif) const;
     QImage blurred(const QString &key, const QImage &image) const;
 
+    void forgetHeights(int first, int last) const;
+
     mutable QHash<ZuveroChatViewItem::Identity, Entry> m_layouts;
+    // The height of each row of the watched model, by position; -1 when not known.
+    mutable std::vector<int> m_heights;
     mutable int m_layoutCount = 0;
     mutable QCache<QString, QImage> m_blurred;
     ZVXCellStyle m_style;

@@ -39,6 +39,10 @@ public:
     ZVXChatListModel *model = nullptr;
     ZVXChatItemDelegate *cells = nullptr;
     ZuveroChatMessageList messages;
+    // The rows of messages, kept going while the conversation only grows at its end; with the
+    // date formatter it was made with.
+    std::optional<ZVXChatRowBuilder::Build> build;
+    ZuveroDateFormatter buildFormatter;
     QPointer<Zuvero> apiInstance;
     ZuveroChatView::DelegatePtr delegate;
     double dateInsertionInterval = 300.0;
@@ -215,6 +219,7 @@ ZuveroChatView::ZuveroChatView(QWidget *parent)
     d->model = new ZVXChatListModel(this);
     d->cells = new ZVXChatItemDelegate(this);
     d->list->setItemDelegate(d->cells);
+    d->cells->watch(d->model);
     d->list->setModel(d->model);
     d->list->viewport()->setMouseTracking(true);
     d->list->installEventFilter(this);
@@ -293,9 +298,15 @@ void ZuveroChatView::setMessages(const ZuveroChatMessageList &messages, bool, bo
 {
     d->messages = messages;
     d->updateStyle();
-    const QList<ZuveroChatViewItem> rows = ZVXChatRowBuilder::buildRows(
-        messages, d->hasMoreMessages,
-        ZVXChatRowBuilder::dateText(d->cells->cellStyle().appearance.dateFormatter));
+    const ZuveroDateFormatter &formatter = d->cells->cellStyle().appearance.dateFormatter;
+    if (!d->build || d->build->hasMoreMessages() != d->hasMoreMessages
+        || !(d->buildFormatter == formatter) || !d->build->continuesWith(messages)) {
+        d->build.emplace(d->hasMoreMessages, ZVXChatRowBuilder::dateText(formatter));
+        d->buildFormatter = formatter;
+    }
+    for (qsizetype i = d->build->messageCount(); i < messages.size(); ++i)
+        d->build->append(messages.at(i));
+    const QList<ZuveroChatViewItem> rows = d->build->rows();
     d->model->setRows(rows);
     d->cells->keepOnly(rows);
     d->cells->setLoadingEarlierMessages(false);
@@ -307,6 +318,8 @@ void ZuveroChatView::setMessages(const ZuveroChatMessageList &messages, bool, bo
 
 void ZuveroChatView::reloadDataAnimated(bool)
 {
+    // From the messages as they are now, whatever changed in them.
+    d->build.reset();
     setMessages(d->messages);
 }
 
@@ -331,6 +344,8 @@ void ZuveroChatView::updateViewWithOfflineMessages(const ZuveroChatMessageList &
 {
     d->model->applyUnsentLabelChange(
         ZVXChatRowBuilder::updateWithOfflineMessages(d->model->rows(), offlineMessages));
+    // The rows moved apart from the build: the next change builds them all again.
+    d->build.reset();
     d->list->doItemsLayout();
 }
 

@@ -71,6 +71,8 @@ struct Row
     QString spread; //!< of the ratio over the runs; empty for counts
     QString goal; //!< e.g. "<= 1.3x"; empty: reported only
     std::optional<bool> met;
+    //! A missed goal fails the run; wall-time goals are only shown, the machine being shared.
+    bool enforced = true;
 };
 
 //! \a value with its unit: "ms" (shown in microseconds when small), or a count such as "Ir".

@@ -2,6 +2,7 @@
 // own functions are timed, never a copy of them.
 
 #include "ZVXBench.h"
+#include "ZVXBenchChatList.h"
 #include "ZVXBenchComponents.h"
 #include "ZVXBenchMaps.h"
 #include "ZVXConversation.h"
@@ -344,7 +345,7 @@ InProcess::InProcess(const QByteArray &page, bool goalsOnly)
         true};
 
     if (!goalsOnly)
-        m_cases << previewCases() << mapCases() << componentCases();
+        m_cases << previewCases() << mapCases() << componentCases() << chatRowCases();
 
     m_mergeProblems = [=] {
         QStringList problems;

@@ -221,9 +221,15 @@ void TestFacade::requestsAndBodies()
     QCOMPARE(
         connection->requestWithPath(QStringLiteral("/status")).valueForHTTPHeaderField("X-ZVL-JWT"),
         token.toUtf8());
-    const ZVXURLRequest fileRequest = *connection->cacheableRequestWithURL(file);
+    // The token rides in the query of the API host's own files, and goes nowhere else.
+    const QUrl ours(QStringLiteral("https://127.0.0.1:9/files/a.png?a=1"));
+    const ZVXURLRequest fileRequest = *connection->cacheableRequestWithURL(ours);
     QCOMPARE(fileRequest.url().query(QUrl::FullyEncoded), QStringLiteral("a=1&jwt=") + token);
     QVERIFY(fileRequest.valueForHTTPHeaderField("X-ZVL-JWT").isEmpty());
+    QCOMPARE(connection->cacheableRequestWithURL(file)->url(), file);
+    QUrl plain = ours;
+    plain.setScheme(QStringLiteral("http"));
+    QCOMPARE(connection->cacheableRequestWithURL(plain)->url(), plain);
 
     // The read mark names the latest whole second of its messages (the queries and the bodies
     // themselves are pinned by the wire fixtures).

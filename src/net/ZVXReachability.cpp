@@ -152,7 +152,14 @@ bool ZVXReachability::checkNetworkIsReachable()
 bool ZVXReachability::checkNetworkIsReachableOrShowAlert(
     const std::function<void(const ZVXAlert &)> &showAlert)
 {
-    if (checkNetworkIsReachable())
+    std::unique_ptr<ZVXReachability> reachability(reachabilityForInternetConnection());
+    return reachability && reachability->isReachableOrShowAlert(showAlert);
+}
+
+bool ZVXReachability::isReachableOrShowAlert(
+    const std::function<void(const ZVXAlert &)> &showAlert) const
+{
+    if (isReachable())
         return true;
     using ZVXLocalization::hostString;
     if (showAlert)

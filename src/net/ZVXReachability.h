@@ -66,6 +66,8 @@ public:
 
     //! Whether this monitor's network can be reached now.
     bool isReachable() const { return currentReachabilityStatus() != NotReachable; }
+    //! The same, telling the user through \a showAlert when it cannot.
+    bool isReachableOrShowAlert(const std::function<void(const ZVXAlert &)> &showAlert) const;
 
     //! Whether the Internet can be reached now, asked of a new monitor.
     static bool checkNetworkIsReachable();

@@ -6,9 +6,12 @@
 #include "ZVXTemporaryUserDefaults.h"
 #include "Zuvero.h"
 #include "ZuveroCertificateAuthorities.h"
+#include "ZuveroChatView.h"
 #include "ZuveroConnection.h"
 
 #include <QFile>
+#include <QListView>
+#include <QScrollBar>
 #include <QTest>
 
 using namespace std::chrono_literals;
@@ -62,6 +65,7 @@ private Q_SLOTS:
     void tooOldForTheLastReport();
     void newestHundredKept();
     void failedBatchGoesWithTheNextMark();
+    void rowsOnScreenAreMarked();
 
 private:
     std::unique_ptr<Zuvero> facade(const QString &user);
@@ -380,6 +384,77 @@ void TestReadMarking::failedBatchGoesWithTheNextMark()
     QVERIFY(dispatched(markedLine(3)));
     QCOMPARE(markRequests(), 2);
     QCOMPARE(storedUUIDs(), QStringList({u"one"_s, u"two"_s, u"three"_s}));
+}
+
+void TestReadMarking::rowsOnScreenAreMarked()
+{
+    auto zuvero = facade(u"view"_s);
+    // Questions and answers, more than one screen of them.
+    const ZuveroChatMessageList messages = conversation(zuvero.get(), 30, 5);
+    QCOMPARE(messages.size(), 36);
+
+    ZuveroChatView view;
+    view.setApiInstance(zuvero.get());
+    view.resize(420, 600);
+    view.setMessages(messages);
+    QListView *list = view.scrollView();
+    const QAbstractItemModel *model = list->model();
+    const int uuidRole = model->roleNames().key("uuid");
+    const int kindRole = model->roleNames().key("kind");
+    // The agents' messages with a bubble at least partly in sight.
+    const auto agentsOnScreen = [&] {
+        QSet<QString> uuids;
+        for (int row = 0; row < model->rowCount(); ++row) {
+            const QModelIndex index = model->index(row, 0);
+            if (list->visualRect(index).intersects(list->viewport()->rect())
+                && index.data(kindRole).toString().startsWith(u"ZuveroChatViewItemKindAgent"_s))
+                uuids.insert(index.data(uuidRole).toString());
+        }
+        return uuids;
+    };
+    const auto stored = [] {
+        const QStringList uuids = storedUUIDs();
+        return QSet<QString>(uuids.cbegin(), uuids.cend());
+    };
+
+    view.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&view));
+    QSet<QString> seen = agentsOnScreen();
+    QVERIFY(!seen.isEmpty());
+    // Each round lets a second pass; the marks made by the drawing go out after the first.
+    QTRY_COMPARE((m_clock->advance(1s), stored()), seen);
+    QCOMPARE(markRequests(), 1);
+
+    // A page further down: only the answers that came into sight are reported.
+    list->verticalScrollBar()->triggerAction(QAbstractSlider::SliderPageStepAdd);
+    const QSet<QString> secondPage = agentsOnScreen();
+    const QSet<QString> cameIntoSight = secondPage - seen;
+    QVERIFY(!cameIntoSight.isEmpty());
+    QTRY_COMPARE((m_clock->advance(1s), stored()), seen | secondPage);
+    QCOMPARE(markRequests(), 2);
+    QVERIFY(m_log->contains(markedLine(int(cameIntoSight.size()))));
+    seen |= secondPage;
+
+    // Hidden, the list may be scrolled and pictured: nobody reads it.
+    view.hide();
+    list->verticalScrollBar()->triggerAction(QAbstractSlider::SliderToMaximum);
+    QVERIFY(!view.grab().isNull());
+    const QSet<QString> lastPage = agentsOnScreen();
+    QVERIFY(!(lastPage - seen).isEmpty());
+    m_clock->advance(1s);
+    QCOMPARE(markRequestsAfterAnother(zuvero.get()), 2);
+    // Shown again, what it shows is read.
+    view.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&view));
+    QTRY_COMPARE((m_clock->advance(1s), stored()), seen | lastPage);
+    QCOMPARE(markRequests(), 3);
+    seen |= lastPage;
+
+    // The server agrees: those read, the answers never in sight not.
+    const QHash<QString, bool> read = readOnServer(zuvero.get());
+    QCOMPARE(read.size(), 30);
+    for (auto it = read.cbegin(); it != read.cend(); ++it)
+        QCOMPARE(it.value(), seen.contains(it.key()));
 }
 
 QTEST_MAIN(TestReadMarking)

@@ -1034,6 +1034,11 @@ void Zuvero::notifyChatDidReceiveNewMessagesNotification()
               });
 }
 
+void Zuvero::markMessageAsRead(const ZuveroChatMessagePtr &)
+{
+    // Read marks reach the server through the connection; nothing changes here before it answers.
+}
+
 // --- Conversation cache and offline queue -------------------------------------
 
 QVariantMap Zuvero::cachedConversation() const

@@ -250,6 +250,13 @@ public:
     void notifyChatDidDisappearNotification(QObject *viewController);
     void notifyChatDidSendMessageNotification();
     void notifyChatDidReceiveNewMessagesNotification();
+    /*!
+        The chat list has just seen \a message and will report it to the
+        server shortly. Deliberately does nothing: the unread count follows
+        the server's answer to that report. It is the one place where local
+        state could change at once, before the answer.
+    */
+    void markMessageAsRead(const ZuveroChatMessagePtr &message);
 
     // --- Conversation cache and offline queue ------------------------------
 

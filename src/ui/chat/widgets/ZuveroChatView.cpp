@@ -6,6 +6,7 @@
 #include "ZVXClock.h"
 #include "ZVXLocalization.h"
 #include "ZVXMainThread.h"
+#include "ZVXReadMarking.h"
 #include "Zuvero.h"
 #include "ZuveroConnection.h"
 #include "ZuveroNotificationCenter.h"
@@ -23,6 +24,9 @@
 #include <QScrollBar>
 #include <QVBoxLayout>
 
+#include <algorithm>
+#include <vector>
+
 namespace {
 // A scroll that ends nearer the top than this asks for earlier messages.
 constexpr int OverscrollDistance = 40;
@@ -38,6 +42,11 @@ public:
     QListView *list = nullptr;
     ZVXChatListModel *model = nullptr;
     ZVXChatItemDelegate *cells = nullptr;
+    ZVXReadMarking *readMarking = nullptr;
+    // The messages of the bubbles on screen at the last frame, and the ones of this frame
+    // (two buffers, so that a frame allocates nothing).
+    std::vector<ZuveroChatMessagePtr> onScreen;
+    std::vector<ZuveroChatMessagePtr> nowOnScreen;
     ZuveroChatMessageList messages;
     // The rows of messages, kept going while the conversation only grows at its end; with the
     // date formatter it was made with.
@@ -126,6 +135,38 @@ public:
             return;
         progressStepScheduled = true;
         ZVXClock::after(AnimationFrame, q, [this] { stepProgressAnimations(); });
+    }
+
+    /*
+        A message is seen when its bubble is drawn while the view is visible. It is marked when
+        the bubble comes on screen, not at every frame it stays there: marking is cheap, but a
+        message too old to mark would log its warning at every frame of a scroll.
+    */
+    void markRowsOnScreen()
+    {
+        nowOnScreen.clear();
+        const QList<ZuveroChatViewItem> &rows = model->rows();
+        const QRect visible = list->viewport()->rect();
+        // Rows touch each other, so the one at the top edge is the first drawn.
+        const QModelIndex top = list->indexAt(QPoint(visible.center().x(), visible.top()));
+        for (int row = top.isValid() ? top.row() : 0; row < rows.size(); ++row) {
+            const QRect rect = list->visualRect(model->index(row));
+            if (rect.top() > visible.bottom())
+                break;
+            const ZuveroChatViewItem &item = rows.at(row);
+            const ZuveroChatMessagePtr &message = item.message();
+            if (!message || !rect.intersects(visible)
+                || !(item.isUserSide() || item.isAgentSide()
+                     || item.kind() == ZuveroChatViewItemKindSystemMessage))
+                continue;
+            // A message's bubbles follow each other.
+            if (!nowOnScreen.empty() && nowOnScreen.back() == message)
+                continue;
+            nowOnScreen.push_back(message);
+            if (std::find(onScreen.cbegin(), onScreen.cend(), message) == onScreen.cend())
+                readMarking->markAsRead(message);
+        }
+        onScreen.swap(nowOnScreen);
     }
 
     template<typename F, typename... Args>
@@ -218,6 +259,7 @@ ZuveroChatView::ZuveroChatView(QWidget *parent)
 
     d->model = new ZVXChatListModel(this);
     d->cells = new ZVXChatItemDelegate(this);
+    d->readMarking = new ZVXReadMarking(this);
     d->list->setItemDelegate(d->cells);
     d->cells->watch(d->model);
     d->list->setModel(d->model);
@@ -276,6 +318,7 @@ Zuvero *ZuveroChatView::apiInstance() const
 void ZuveroChatView::setApiInstance(Zuvero *instance)
 {
     d->apiInstance = instance;
+    d->readMarking->setApiInstance(instance);
     d->relayout();
 }
 
@@ -431,6 +474,16 @@ QListView *ZuveroChatView::scrollView() const
     return d->list;
 }
 
+QDateTime ZuveroChatView::lastMarkAsReadDate() const
+{
+    return d->readMarking->lastMarkAsReadDate();
+}
+
+void ZuveroChatView::setLastMarkAsReadDate(const QDateTime &date)
+{
+    d->readMarking->setLastMarkAsReadDate(date);
+}
+
 bool ZuveroChatView::event(QEvent *event)
 {
     switch (event->type()) {
@@ -439,6 +492,10 @@ bool ZuveroChatView::event(QEvent *event)
     case QEvent::LayoutDirectionChange:
     case QEvent::StyleChange:
         d->relayout();
+        break;
+    case QEvent::Hide:
+        // Whatever is on screen when the view shows again counts as seen again.
+        d->onScreen.clear();
         break;
     default:
         break;
@@ -451,6 +508,10 @@ bool ZuveroChatView::eventFilter(QObject *watched, QEvent *event)
     if (watched == d->list->viewport()) {
         if (event->type() == QEvent::Resize) {
             d->updateWidth();
+        } else if (event->type() == QEvent::Paint) {
+            // A hidden view is drawn only for a picture of it (grab()): nobody saw that.
+            if (isVisible())
+                d->markRowsOnScreen();
         } else if (event->type() == QEvent::MouseMove) {
             // A hand over what a click opens: links, pictures, maps, the buttons.
             const QPoint position = static_cast<QMouseEvent *>(event)->position().toPoint();

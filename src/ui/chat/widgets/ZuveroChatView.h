@@ -2,6 +2,7 @@
 
 #include "ZuveroChatMessage.h"
 
+#include <QDateTime>
 #include <QWidget>
 
 #include <functional>
@@ -44,6 +45,10 @@ struct ZuveroChatViewDelegate
     attachment or location (or loads earlier messages), Ctrl+C copies the
     text of the row with focus, and a text bubble's context menu offers
     "Copy". Every row has a text for assistive technologies.
+
+    The agent and system messages whose bubbles come on screen while the
+    view is visible are reported to the server as read, through the
+    facade's connection, a second after the last one seen.
 */
 class ZUVERO_EXPORT ZuveroChatView : public QWidget
 {
@@ -102,6 +107,15 @@ public:
 
     //! The list widget itself.
     QListView *scrollView() const;
+
+    /*!
+        When the server last confirmed messages as read (kept in the standard
+        user defaults). A message shown more than 30 days before it is not
+        reported; the start of 1970 until the first report.
+    */
+    QDateTime lastMarkAsReadDate() const;
+    //! Stores \a date; an invalid one is ignored.
+    void setLastMarkAsReadDate(const QDateTime &date);
 
 Q_SIGNALS:
     /*!

@@ -15,6 +15,8 @@ packages=(
     g++ cmake ninja-build pkg-config clang-format
     # Qt 6.4
     qt6-base-dev qt6-base-dev-tools qt6-svg-dev qt6-l10n-tools qt6-image-formats-plugins
+    # whether there is a camera to offer
+    qt6-multimedia-dev
     # crypto, test certificates, a private session bus for the badge test,
     # fonts for widgets rendered offscreen
     libssl-dev openssl dbus-daemon dbus-session-bus-common fonts-dejavu-core

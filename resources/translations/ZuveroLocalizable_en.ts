@@ -14,6 +14,18 @@
         <translation>Send</translation>
     </message>
     <message>
+        <source>zuveroMessageFieldTitle</source>
+        <translation>Message</translation>
+    </message>
+    <message>
+        <source>zuveroAttachmentButtonTitle</source>
+        <translation>Add Attachment</translation>
+    </message>
+    <message>
+        <source>zuveroAttachmentImageTitle</source>
+        <translation>Picture to Send</translation>
+    </message>
+    <message>
         <source>zuveroLoadMoreMessagesButtonTitle</source>
         <translation>Load earlier messages</translation>
     </message>

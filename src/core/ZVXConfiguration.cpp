@@ -157,7 +157,8 @@ QVariant normalized(const QString &key, const QVariant &value, bool *keep)
                                            number(image, "right"), number(image, "bottom")),
                                  true});
     }
-    // Credentials, the language, the map settings, and values of another type pass unchanged.
+    // Credentials, the language, the map settings, the usage reasons, and values of another
+    // type pass unchanged.
     return value;
 }
 
@@ -171,6 +172,12 @@ QStringList requiredConfigurationKeys()
 QStringList mapConfigurationKeys()
 {
     return keys({"mapTileURLTemplate", "mapTileAttribution"});
+}
+
+QStringList usageDescriptionKeys()
+{
+    return keys({"NSPhotoLibraryUsageDescription", "NSCameraUsageDescription",
+                 "NSLocationWhenInUseUsageDescription"});
 }
 
 QStringList localizableStringCustomizationKeys()
@@ -254,7 +261,7 @@ QVariantMap normalizeConfigurationDictionary(const QVariantMap &raw)
     const QStringList order = requiredConfigurationKeys() + localizableStringCustomizationKeys()
         + fontCustomizationKeys() + colorCustomizationKeys() + insetsCustomizationKeys()
         + imageCustomizationKeys() + QStringList{QStringLiteral("language")}
-        + mapConfigurationKeys();
+        + mapConfigurationKeys() + usageDescriptionKeys();
     for (const QString &key : order) {
         const auto entry = raw.constFind(key);
         if (entry == raw.cend())

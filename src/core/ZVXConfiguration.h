@@ -21,6 +21,13 @@ namespace ZVXConfiguration {
 ZUVERO_EXPORT QStringList requiredConfigurationKeys();
 //! The map tiles' URL template and attribution text, kept as they are.
 ZUVERO_EXPORT QStringList mapConfigurationKeys();
+/*!
+    The reasons a host gives for using the photo library, the camera and the
+    location ("NSPhotoLibraryUsageDescription", "NSCameraUsageDescription",
+    "NSLocationWhenInUseUsageDescription"), kept as they are. The chat screen
+    offers a source only when its reason is declared.
+*/
+ZUVERO_EXPORT QStringList usageDescriptionKeys();
 ZUVERO_EXPORT QStringList localizableStringCustomizationKeys();
 ZUVERO_EXPORT QStringList colorCustomizationKeys();
 ZUVERO_EXPORT QStringList fontCustomizationKeys();

@@ -1,5 +1,6 @@
 #include "Zuvero_p.h"
 
+#include "ZVXAttachmentSwitches.h"
 #include "ZVXBlockConcurrentOperation.h"
 #include "ZVXClock.h"
 #include "ZVXConfiguration.h"
@@ -24,8 +25,6 @@
 #include <QStandardPaths>
 #include <QUuid>
 
-#include <atomic>
-
 using namespace std::chrono_literals;
 
 namespace {
@@ -35,19 +34,6 @@ const QString DeviceTokenKey = QStringLiteral("Zuvero_deviceToken");
 constexpr auto NetworkActivityMergeDelay = 300ms;
 
 const QString NotConfigured = QStringLiteral("Zuvero is not properly configured.");
-
-struct AttachmentSwitches
-{
-    std::atomic<bool> library{true};
-    std::atomic<bool> camera{true};
-    std::atomic<bool> location{true};
-};
-
-AttachmentSwitches &attachmentSwitches()
-{
-    static AttachmentSwitches switches;
-    return switches;
-}
 
 // The version written into the library's own "ZuveroConfig.plist" when it was built.
 QString librarySdkVersion()
@@ -422,6 +408,8 @@ Zuvero *Zuvero::initWithConfigurationDictionary(const std::optional<QVariantMap>
     }
     zuvero->postInit();
     zuvero->fetchCustomizationValues(configuration);
+    // The reasons for the photo library, camera and location hold for the whole process.
+    ZVXAttachmentSwitches::declareUsageDescriptions(configuration);
     return zuvero.release();
 }
 
@@ -1248,17 +1236,17 @@ void Zuvero::setupDefaultCustomization()
 
 void Zuvero::disableLibraryAttachment()
 {
-    attachmentSwitches().library = false;
+    ZVXAttachmentSwitches::set(ZVXAttachmentSwitches::Switch::Library, false);
 }
 
 void Zuvero::disableCameraAttachment()
 {
-    attachmentSwitches().camera = false;
+    ZVXAttachmentSwitches::set(ZVXAttachmentSwitches::Switch::Camera, false);
 }
 
 void Zuvero::disableLocationAttachment()
 {
-    attachmentSwitches().location = false;
+    ZVXAttachmentSwitches::set(ZVXAttachmentSwitches::Switch::Location, false);
 }
 
 void Zuvero::disableAttachments()
@@ -1270,17 +1258,17 @@ void Zuvero::disableAttachments()
 
 bool Zuvero::isLibraryAttachmentEnabled()
 {
-    return attachmentSwitches().library;
+    return ZVXAttachmentSwitches::isOn(ZVXAttachmentSwitches::Switch::Library);
 }
 
 bool Zuvero::isCameraAttachmentEnabled()
 {
-    return attachmentSwitches().camera;
+    return ZVXAttachmentSwitches::isOn(ZVXAttachmentSwitches::Switch::Camera);
 }
 
 bool Zuvero::isLocationAttachmentEnabled()
 {
-    return attachmentSwitches().location;
+    return ZVXAttachmentSwitches::isOn(ZVXAttachmentSwitches::Switch::Location);
 }
 
 bool Zuvero::isAttachmentsEnabled()

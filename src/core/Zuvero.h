@@ -102,7 +102,10 @@ public:
     /*!
         From a configuration dictionary (see normalizeConfigurationDictionary()):
         "apiKey" or "apiSecret", "hostname", "language" and the look of the
-        chat screen. Null when "apiSecret" is not hexadecimal.
+        chat screen. Null when "apiSecret" is not hexadecimal. The reasons it
+        gives for using the photo library, the camera and the location
+        ("NSPhotoLibraryUsageDescription"...) are declared for the whole
+        process (see AttachmentsState).
     */
     static Zuvero *initWithConfigurationDictionary(const std::optional<QVariantMap> &dictionary,
                                                    QObject *parent = nullptr);
@@ -340,7 +343,12 @@ public:
     void fetchCustomizationValues(const QVariantMap &values);
     void setupDefaultCustomization();
 
-    // Process-wide switches of the attachment sources; there is no way back on.
+    /*
+        Process-wide switches of the attachment sources; there is no way back
+        on here. The chat screen's AttachmentsState shares them, and offers a
+        source only when the host also declared why it uses it (and, for the
+        camera, when there is one).
+    */
     static void disableLibraryAttachment();
     static void disableCameraAttachment();
     static void disableLocationAttachment();

@@ -5,6 +5,7 @@
 #include "ZVXChatItemDelegate.h"
 #include "ZVXChatListModel.h"
 #include "ZVXChatRowBuilder.h"
+#include "Zuvero.h"
 #include "ZuveroChatView.h"
 
 #include <QElapsedTimer>
@@ -174,6 +175,56 @@ Row firstFrameRow(int repetitions)
     return row;
 }
 
+// Opening the chat screen with 100 cached messages to its first painted frame, beside a bare window
+// with a QListView of the same texts. The facade's server does not answer: the screen's first
+// reload fails on its own time, after the frame.
+Row openScreenRow(int repetitions)
+{
+    std::unique_ptr<Zuvero> facade(
+        Zuvero::initWithApiSecret(QStringLiteral("0a1b2c3d4e5f60718293a4b5c6d7e8f9"),
+                                  QStringLiteral("127.0.0.1:9"), Zuvero::DelegatePtr()));
+    const ZuveroChatMessageList messages = conversation(0, 100);
+    facade->saveCachedMessages(messages, true);
+    QStringList texts;
+    for (const auto &message : messages)
+        texts << message->text().value_or(QString());
+    Runs library, bare;
+    for (int i = 0; i < repetitions; ++i) {
+        {
+            QElapsedTimer timer;
+            timer.start();
+            std::unique_ptr<QWidget> screen(facade->chatViewController());
+            screen->resize(ViewSize);
+            screen->show();
+            sink = screen->grab().width();
+            library << elapsedMs(timer);
+        }
+        {
+            QElapsedTimer timer;
+            timer.start();
+            QWidget window;
+            auto *view = new QListView(&window);
+            view->setWordWrap(true);
+            view->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
+            auto *model = new QStringListModel(texts, view);
+            view->setModel(model);
+            window.resize(ViewSize);
+            view->resize(ViewSize);
+            window.show();
+            view->scrollToBottom();
+            sink = window.grab().width();
+            bare << elapsedMs(timer);
+        }
+    }
+    Row row = compareRuns(
+        QStringLiteral("chat screen: open with 100 cached messages vs bare QListView window"),
+        library, bare, QStringLiteral("ms"));
+    row.goal = QStringLiteral("<= 2x");
+    row.met = row.ratio <= 2;
+    row.enforced = false;
+    return row;
+}
+
 // The heap a list of 1,000 messages takes once every row has been painted, above an empty window
 // of the same size.
 Row heapRow()
@@ -231,6 +282,7 @@ QList<Row> chatListRows(int repetitions)
 {
     QList<Row> rows = appendRows(repetitions);
     rows << firstFrameRow(repetitions);
+    rows << openScreenRow(repetitions);
     rows << heapRow();
     return rows;
 }

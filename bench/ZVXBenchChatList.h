@@ -15,7 +15,8 @@ QList<Case> chatRowCases();
     The chat list on an offscreen window, \a repetitions runs of each wall-time
     measure: appending 50 messages to a conversation of 100,000 and the rows
     that costs to lay out, the first painted frame of a list of 100 messages
-    beside a bare QListView showing the same texts, and the heap a list of
+    beside a bare QListView showing the same texts, the chat screen opened
+    with 100 cached messages beside a bare window, and the heap a list of
     1,000 messages takes above an empty window.
 */
 QList<Row> chatListRows(int repetitions);

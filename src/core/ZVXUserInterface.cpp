@@ -9,6 +9,11 @@ QWidget *ZVXHeadlessUserInterface::makeChatScreen(Zuvero *)
     return nullptr;
 }
 
+QWidget *ZVXHeadlessUserInterface::backgroundView()
+{
+    return nullptr;
+}
+
 void ZVXHeadlessUserInterface::presentChatScreen(Zuvero *)
 {
     ZVXLog(QStringLiteral("Zuvero: no chat screen without widgets; the host shows the chat."));

@@ -29,6 +29,9 @@ public:
     virtual QWidget *makeChatScreen(Zuvero *facade) = 0;
     //! Shows \a facade's chat screen the built-in way.
     virtual void presentChatScreen(Zuvero *facade) = 0;
+    //! The view behind every chat screen of the facade, made when first asked; null without
+    //! screens.
+    virtual QWidget *backgroundView() = 0;
     //! Announces a pushed message while no chat screen is visible.
     virtual void showBanner(const ZuveroChatMessagePtr &message, Zuvero *facade) = 0;
     virtual void showAlert(const ZVXAlert &alert) = 0;
@@ -45,6 +48,7 @@ class ZUVERO_EXPORT ZVXHeadlessUserInterface : public ZVXUserInterface
 public:
     QWidget *makeChatScreen(Zuvero *facade) override;
     void presentChatScreen(Zuvero *facade) override;
+    QWidget *backgroundView() override;
     void showBanner(const ZuveroChatMessagePtr &message, Zuvero *facade) override;
     void showAlert(const ZVXAlert &alert) override;
     void showToast(const QString &title, const QString &text, double seconds) override;

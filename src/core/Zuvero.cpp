@@ -897,6 +897,11 @@ void Zuvero::displayChatView()
         current->onOpen(this);
 }
 
+QWidget *Zuvero::backgroundView()
+{
+    return d->userInterface->backgroundView();
+}
+
 QWidget *Zuvero::chatViewController()
 {
     ZVXMainThread::assertMainThread();

@@ -189,6 +189,12 @@ public:
     //! A widget shown in place of the title (not owned).
     QObject *titleView() const;
     void setTitleView(QObject *view);
+    /*!
+        The view behind the chat screen's list, made when first asked (white),
+        for a host that draws its own background there; null in an
+        application without widgets. The screen shown last holds it.
+    */
+    QWidget *backgroundView();
 
     // --- Connection and events ---------------------------------------------
 

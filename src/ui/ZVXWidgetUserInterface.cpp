@@ -1,6 +1,10 @@
 #include "ZVXWidgetUserInterface.h"
 
 #include "Toast.h"
+#include "ZVXLocalization.h"
+#include "Zuvero.h"
+#include "ZuveroChatViewController.h"
+#include "ZuveroNavigationController.h"
 
 #include <QApplication>
 #include <QMessageBox>
@@ -28,6 +32,61 @@ std::unique_ptr<ZVXUserInterface> ZVXUserInterface::make()
     if (qobject_cast<QApplication *>(QCoreApplication::instance()))
         return std::make_unique<ZVXWidgetUserInterface>();
     return std::make_unique<ZVXHeadlessUserInterface>();
+}
+
+ZVXWidgetUserInterface::~ZVXWidgetUserInterface()
+{
+    // No screen took it: it is ours to delete.
+    if (m_backgroundView && !m_backgroundView->parent())
+        delete m_backgroundView;
+}
+
+QWidget *ZVXWidgetUserInterface::makeChatScreen(Zuvero *facade)
+{
+    auto *screen = new ZuveroChatViewController;
+    screen->setApiInstance(facade);
+    screen->setWindowTitle(facade->title().value_or(
+        ZVXLocalization::localizeString(QStringLiteral("zuveroChatTitle"))));
+    auto *navigation = new ZuveroNavigationController(screen);
+    const ZuveroAppearance &look = facade->appearance();
+    navigation->setBarColors(look.navigationBarItemTintColor, look.navigationBarTintColor,
+                             look.navigationBarColor, look.navigationBarTitleColor);
+    if (auto *titleView = qobject_cast<QWidget *>(facade->titleView()))
+        navigation->setTitleView(titleView);
+    if (QWidget *background = facade->backgroundView()) {
+        // Behind the list, as large as the screen's background whatever its size.
+        background->setParent(screen->backgroundView());
+        background->setGeometry(screen->backgroundView()->rect());
+        background->lower();
+        background->show();
+    }
+    return navigation;
+}
+
+void ZVXWidgetUserInterface::presentChatScreen(Zuvero *facade)
+{
+    QWidget *screen = makeChatScreen(facade);
+    // Over the window the user is in, as a window of its own that Done closes.
+    screen->setParent(QApplication::activeWindow(), Qt::Window);
+    screen->setAttribute(Qt::WA_DeleteOnClose);
+    screen->resize(PresentedSize);
+    screen->show();
+    screen->raise();
+    screen->activateWindow();
+}
+
+QWidget *ZVXWidgetUserInterface::backgroundView()
+{
+    if (!m_backgroundView) {
+        m_backgroundView = new QWidget;
+        m_backgroundView->setObjectName(QStringLiteral("hostBackgroundView"));
+        m_backgroundView->setGeometry(0, 0, 100, 100);
+        m_backgroundView->setAutoFillBackground(true);
+        QPalette white = m_backgroundView->palette();
+        white.setColor(QPalette::Window, Qt::white);
+        m_backgroundView->setPalette(white);
+    }
+    return m_backgroundView;
 }
 
 void ZVXWidgetUserInterface::showAlert(const ZVXAlert &alert)

@@ -2,16 +2,32 @@
 
 #include "ZVXUserInterface.h"
 
+#include <QPointer>
+#include <QSize>
+#include <QWidget>
+
 /*!
     The user interface of a host with Qt Widgets. Alerts are message boxes,
     window-modal over the active window (application-modal when there is
     none), that never block the caller and delete themselves when closed;
     toasts are notices that take no focus and replace each other (Toast).
-    The chat screen and the banner are still the headless ones.
+    The chat screen is a ZuveroChatViewController in a
+    ZuveroNavigationController, presented as a window of its own over the
+    active window. The banner is still the headless one.
 */
 class ZUVERO_EXPORT ZVXWidgetUserInterface final : public ZVXHeadlessUserInterface
 {
 public:
+    ~ZVXWidgetUserInterface() override;
+    QWidget *makeChatScreen(Zuvero *facade) override;
+    void presentChatScreen(Zuvero *facade) override;
+    QWidget *backgroundView() override;
     void showAlert(const ZVXAlert &alert) override;
     void showToast(const QString &title, const QString &text, double seconds) override;
+
+    //! The size a presented chat window opens at.
+    static constexpr QSize PresentedSize{420, 640};
+
+private:
+    QPointer<QWidget> m_backgroundView;
 };

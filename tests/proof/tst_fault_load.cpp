@@ -1,6 +1,7 @@
 // A thousand messages through the facade while the server fails a third of the sends and the
 // network comes and goes: what reaches the server, in which order, and what memory it takes.
 
+#include "ZVXChatController.h"
 #include "ZVXDevServerProcess.h"
 #include "ZVXManualClock.h"
 #include "ZVXReachability.h"
@@ -30,6 +31,31 @@ extern "C" size_t __sanitizer_get_current_allocated_bytes();
 #endif
 
 namespace {
+
+// The screen's list as the chat screen's rules see it, without a window: what they show is kept,
+// nothing is drawn.
+class ListWithoutWindow : public ZVXChatControllerView
+{
+public:
+    ZuveroChatMessageList listMessages() const override { return m_shown; }
+    void setListMessages(const ZuveroChatMessageList &messages) override { m_shown = messages; }
+    void addMessage(const ZuveroChatMessagePtr &message, bool) override { m_shown << message; }
+    void reloadData() override { }
+    void updateViewWithOfflineMessages(const ZuveroChatMessageList &) override { }
+    bool hasMoreMessages() const override { return m_more; }
+    void setHasMoreMessages(bool more) override { m_more = more; }
+    void setUploadProgress(double, const ZuveroChatMessagePtr &) override { }
+    void scrollToLastMessage(bool) override { }
+    double contentHeight() const override { return 0; }
+    double contentOffset() const override { return 0; }
+    void setContentOffset(double) override { }
+    bool isInWindow() const override { return true; }
+    void showAlert(const ZVXAlert &) override { }
+
+private:
+    ZuveroChatMessageList m_shown;
+    bool m_more = false;
+};
 
 const QString SecretHex = u"0a1b2c3d4e5f60718293a4b5c6d7e8f9"_s;
 constexpr quint32 Online = ZVXReachabilityFlags::Reachable;
@@ -207,9 +233,12 @@ void TestFaultLoad::thousandMessagesUnderFaults()
                 ZVXClock::after(300ms, zuvero.get(), [&] { zuvero->sendOfflineMessages(); });
         });
 
+    // Messages with a file go through the chat screen's own send path.
+    auto list = std::make_unique<ListWithoutWindow>();
+    auto screen = std::make_unique<ZVXChatController>(zuvero.get(), list.get());
+
     QStringList written;
     int withFiles = 0;
-    bool ownSendInFlight = false;
     int flaps = 0;
     int onlineAgainAt = -1;
     qint64 injected = 0;
@@ -235,27 +264,22 @@ void TestFaultLoad::thousandMessagesUnderFaults()
         file->setData(QByteArray(512 + index * 7 % 4096, char('a' + index % 26)));
         const ZuveroChatMessagePtr message = ZuveroChatMessage::initWithText(text, file);
         ++withFiles;
-        if (!ZVXReachability::checkNetworkIsReachable() || !zuvero->offlineMessages().isEmpty()) {
-            zuvero->addOfflineMessage(message);
-            return;
-        }
-        ownSendInFlight = true;
-        zuvero->notifyChatDidSendMessageNotification();
-        zuvero->connection()->sendChatMessage(message,
-                                              [&, message](bool success, const ZuveroError &) {
-                                                  ownSendInFlight = false;
-                                                  if (success)
-                                                      return;
-                                                  ++failuresSeen[message->uuid()];
-                                                  zuvero->addOfflineMessage(message);
-                                              });
+        sendingAtOnce = false;
+        screen->sendMessage(message);
+        if (sendingAtOnce)
+            sentAtOnce.insert(text);
     };
-    const auto settled
-        = [&] { return zuvero->offlineMessages().isEmpty() && !ownSendInFlight && !busy; };
+    const auto settled = [&] { return zuvero->offlineMessages().isEmpty() && !busy; };
     // Each request leaves its 300 s time-out armed after it ends: let those pass before weighing.
     qint64 heldByTimeOuts = 0;
     qint64 opensslAtHalf = 0;
     const auto weigh = [&] {
+        // With the screen closed: what it shows grows with the conversation, by design. Opened
+        // again, it starts from the facade's saved conversation.
+        screen.reset();
+        list = std::make_unique<ListWithoutWindow>();
+        screen = std::make_unique<ZVXChatController>(zuvero.get(), list.get());
+        screen->loadCachedConversation();
         const qint64 before = heapInUse();
         clock.advance(301s);
         QCoreApplication::processEvents();
@@ -317,7 +341,7 @@ void TestFaultLoad::thousandMessagesUnderFaults()
                   double(wall.elapsed()) / 1000);
         }
         const bool waitingHalfway = written.size() == Messages / 2 && !weighedAtHalf;
-        if (written.size() < Messages && !waitingHalfway && !ownSendInFlight
+        if (written.size() < Messages && !waitingHalfway
             && (!busy || !zuvero->offlineMessages().isEmpty()))
             write(int(written.size()));
 

@@ -55,7 +55,6 @@ public:
     double contentHeight() const override { return 30.0 * double(shown.size()) + (more ? 40 : 0); }
     double contentOffset() const override { return offset; }
     void setContentOffset(double value) override { offset = value; }
-    void setActivityIndicatorVisible(bool) override { }
     bool isInWindow() const override { return inWindow; }
     void showAlert(const ZVXAlert &alert) override { alerts << alert.message; }
 

@@ -231,7 +231,6 @@ void ZVXChatController::setMessages(const ZuveroChatMessageList &messages)
             m_view->scrollToLastMessage(false);
     }
     toggleWelcomeMessage();
-    m_view->setActivityIndicatorVisible(false);
 }
 
 void ZVXChatController::toggleWelcomeMessage(bool force)
@@ -546,7 +545,6 @@ void ZVXChatController::viewDidAppear()
         m_view->scrollToLastMessage(false);
         m_enabledScrollingToBottom = true;
     }
-    m_view->setActivityIndicatorVisible(false);
 }
 
 void ZVXChatController::viewWillDisappear()

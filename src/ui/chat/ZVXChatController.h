@@ -44,8 +44,6 @@ public:
     virtual double contentHeight() const = 0;
     virtual double contentOffset() const = 0;
     virtual void setContentOffset(double offset) = 0;
-    //! Shows or hides that something is loading.
-    virtual void setActivityIndicatorVisible(bool visible) = 0;
     //! Whether the screen is in a window on screen: polling reloads only then.
     virtual bool isInWindow() const = 0;
     virtual void showAlert(const ZVXAlert &alert) = 0;

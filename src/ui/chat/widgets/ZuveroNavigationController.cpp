@@ -1,0 +1,177 @@
+#include "ZuveroNavigationController.h"
+
+#include "ZVXLocalization.h"
+
+#include <QEvent>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QPushButton>
+#include <QStackedWidget>
+#include <QVBoxLayout>
+
+#include <functional>
+
+namespace {
+
+// Follows the window titles of the screens it shows.
+class TitleWatcher : public QObject
+{
+public:
+    TitleWatcher(QObject *parent, std::function<void()> changed)
+        : QObject(parent)
+        , m_changed(std::move(changed))
+    { }
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override
+    {
+        if (event->type() == QEvent::WindowTitleChange)
+            m_changed();
+        return QObject::eventFilter(watched, event);
+    }
+
+private:
+    std::function<void()> m_changed;
+};
+
+} // namespace
+
+ZuveroNavigationController::ZuveroNavigationController(QWidget *root, QWidget *parent)
+    : QWidget(parent)
+{
+    setObjectName(QStringLiteral("navigationController"));
+    m_bar = new QWidget(this);
+    m_bar->setObjectName(QStringLiteral("navigationBar"));
+    m_bar->setAutoFillBackground(true);
+    m_back = new QPushButton(ZVXLocalization::localizeString(QStringLiteral("Back")), m_bar);
+    m_back->setObjectName(QStringLiteral("backButton"));
+    m_back->setFlat(true);
+    m_title = new QLabel(m_bar);
+    m_title->setObjectName(QStringLiteral("titleLabel"));
+    m_title->setAlignment(Qt::AlignCenter);
+    m_title->setTextFormat(Qt::PlainText);
+    QFont bold = m_title->font();
+    bold.setBold(true);
+    m_title->setFont(bold);
+    m_done = new QPushButton(ZVXLocalization::localizeString(QStringLiteral("Done")), m_bar);
+    m_done->setObjectName(QStringLiteral("doneButton"));
+    m_done->setFlat(true);
+    m_done->setAccessibleName(m_done->text());
+    m_back->setAccessibleName(m_back->text());
+
+    auto *bar = new QHBoxLayout(m_bar);
+    bar->setContentsMargins(8, 6, 8, 6);
+    bar->addWidget(m_back);
+    bar->addWidget(m_title, 1);
+    bar->addWidget(m_done);
+
+    m_stack = new QStackedWidget(this);
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->addWidget(m_bar);
+    layout->addWidget(m_stack, 1);
+
+    connect(m_back, &QPushButton::clicked, this, &ZuveroNavigationController::popViewController);
+    connect(m_done, &QPushButton::clicked, this, [this] {
+        Q_EMIT doneClicked();
+        window()->close();
+    });
+    pushViewController(root);
+}
+
+ZuveroNavigationController::~ZuveroNavigationController()
+{
+    // The title view is the host's: it outlives the screens that showed it.
+    if (m_titleView) {
+        m_titleView->hide();
+        m_titleView->setParent(nullptr);
+    }
+}
+
+QWidget *ZuveroNavigationController::rootViewController() const
+{
+    return m_stack->widget(0);
+}
+
+QWidget *ZuveroNavigationController::topViewController() const
+{
+    return m_stack->currentWidget();
+}
+
+void ZuveroNavigationController::pushViewController(QWidget *screen)
+{
+    if (!screen)
+        return;
+    screen->installEventFilter(new TitleWatcher(screen, [this] { updateBar(); }));
+    m_stack->addWidget(screen);
+    m_stack->setCurrentWidget(screen);
+    updateBar();
+}
+
+void ZuveroNavigationController::popViewController()
+{
+    if (m_stack->count() <= 1)
+        return;
+    QWidget *top = m_stack->currentWidget();
+    m_stack->removeWidget(top);
+    top->deleteLater();
+    m_stack->setCurrentIndex(m_stack->count() - 1);
+    updateBar();
+}
+
+void ZuveroNavigationController::setTitleView(QWidget *view)
+{
+    if (m_titleView == view)
+        return;
+    auto *bar = static_cast<QHBoxLayout *>(m_bar->layout());
+    if (m_titleView)
+        bar->removeWidget(m_titleView);
+    m_titleView = view;
+    if (view) {
+        view->setParent(m_bar);
+        bar->insertWidget(1, view, 1);
+    }
+    updateBar();
+}
+
+QWidget *ZuveroNavigationController::titleView() const
+{
+    return m_titleView;
+}
+
+void ZuveroNavigationController::setBarColors(const QColor &itemTint, const QColor &barTint,
+                                              const QColor &background, const QColor &title)
+{
+    QPalette palette = m_bar->palette();
+    const QColor fill = barTint.isValid() ? barTint : background;
+    if (fill.isValid())
+        palette.setColor(QPalette::Window, fill);
+    if (itemTint.isValid()) {
+        palette.setColor(QPalette::ButtonText, itemTint);
+        palette.setColor(QPalette::Highlight, itemTint);
+    }
+    if (title.isValid())
+        palette.setColor(QPalette::WindowText, title);
+    m_bar->setPalette(palette);
+}
+
+QPushButton *ZuveroNavigationController::doneButton() const
+{
+    return m_done;
+}
+
+void ZuveroNavigationController::updateBar()
+{
+    QWidget *top = m_stack->currentWidget();
+    const bool root = m_stack->currentIndex() <= 0;
+    m_back->setVisible(!root);
+    // The title view stands for the root's title only; a pushed screen shows its own.
+    const bool custom = m_titleView && root;
+    if (m_titleView)
+        m_titleView->setVisible(custom);
+    m_title->setVisible(!custom);
+    m_title->setText(top ? top->windowTitle() : QString());
+    // Shown as a window of its own, the window says the same.
+    setWindowTitle(m_title->text());
+}

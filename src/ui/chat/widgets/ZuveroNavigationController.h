@@ -1,0 +1,65 @@
+#pragma once
+
+#include "zuvero_export.h"
+
+#include <QWidget>
+
+class QLabel;
+class QPushButton;
+class QStackedWidget;
+
+/*!
+    The chat screen's container: a title bar over a stack of screens, the
+    chat at its root and the viewers pushed over it.
+
+    The bar ("navigationBar") shows the title of the screen on top (its
+    windowTitle(), or the title view when one is set), a Back button
+    ("backButton") while a screen is pushed over the root, and a Done button
+    ("doneButton") that closes the window the container is in; a host that
+    shows the container inside a window of its own hides the button or
+    listens to doneClicked().
+*/
+class ZUVERO_EXPORT ZuveroNavigationController : public QWidget
+{
+    Q_OBJECT
+
+public:
+    //! A container whose root screen is \a root (owned from now on).
+    explicit ZuveroNavigationController(QWidget *root, QWidget *parent = nullptr);
+    ~ZuveroNavigationController() override;
+
+    QWidget *rootViewController() const;
+    QWidget *topViewController() const;
+    //! Shows \a screen over the current one (owned from now on).
+    void pushViewController(QWidget *screen);
+    //! Goes back to the screen under the top one, deleting the top one; not past the root.
+    void popViewController();
+
+    //! A widget in place of the title (not owned; null for the title text).
+    void setTitleView(QWidget *view);
+    QWidget *titleView() const;
+
+    /*!
+        The bar's colours: \a barTint its background (else \a background),
+        \a itemTint its buttons, \a title its title. An invalid colour keeps
+        the style's own.
+    */
+    void setBarColors(const QColor &itemTint, const QColor &barTint, const QColor &background,
+                      const QColor &title);
+
+    QPushButton *doneButton() const;
+
+Q_SIGNALS:
+    //! Done was pressed; the window is closed after this.
+    void doneClicked();
+
+private:
+    void updateBar();
+
+    QWidget *m_bar = nullptr;
+    QLabel *m_title = nullptr;
+    QPushButton *m_back = nullptr;
+    QPushButton *m_done = nullptr;
+    QStackedWidget *m_stack = nullptr;
+    QWidget *m_titleView = nullptr;
+};

@@ -1,0 +1,285 @@
+#include "ZVXDevServerProcess.h"
+#include "ZVXJSON.h"
+#include "ZVXManualClock.h"
+#include "ZVXReachability.h"
+#include "ZVXReachabilityFlagSource.h"
+#include "ZVXTemporaryUserDefaults.h"
+#include "Zuvero.h"
+#include "ZuveroCertificateAuthorities.h"
+#include "ZuveroChatInputAccessoryView.h"
+#include "ZuveroChatView.h"
+#include "ZuveroChatViewController.h"
+#include "ZuveroConnection.h"
+#include "ZuveroNavigationController.h"
+
+#include <QAbstractItemModel>
+#include <QApplication>
+#include <QFile>
+#include <QLabel>
+#include <QListView>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTest>
+
+#include <malloc.h>
+
+using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString SecretHex = u"0a1b2c3d4e5f60718293a4b5c6d7e8f9"_s;
+constexpr quint32 Online = ZVXReachabilityFlags::Reachable;
+
+qint64 heapInUse()
+{
+    const struct mallinfo2 info = mallinfo2();
+    return qint64(info.uordblks + info.hblkhd);
+}
+
+// The chat windows on screen.
+QList<ZuveroNavigationController *> shownScreens()
+{
+    QList<ZuveroNavigationController *> screens;
+    for (QWidget *widget : QApplication::topLevelWidgets()) {
+        if (auto *screen = qobject_cast<ZuveroNavigationController *>(widget);
+            screen && screen->isVisible())
+            screens << screen;
+    }
+    return screens;
+}
+
+// The texts of the bubbles a screen's list shows, by the rows' own accessible texts.
+QStringList shownTexts(ZuveroChatViewController *screen)
+{
+    QStringList texts;
+    for (const auto &message : screen->chatView()->messages())
+        texts << message->text().value_or(QString());
+    return texts;
+}
+
+} // namespace
+
+class TestChatScreen : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup();
+    void screenIsConfiguredFromTheFacade();
+    void typedMessageShowsBeforeTheServerAnswers();
+    void visibleScreenHoldsTheUnreadCountBack();
+    void switchingUsersShowsOnlyTheirMessages();
+    void pushOpensTheChat();
+    void openedAndClosedManyTimes();
+
+private:
+    std::unique_ptr<Zuvero> facade(const QString &user);
+
+    ZVXDevServerProcess m_server;
+    std::unique_ptr<ZVXDevClient> m_admin;
+    std::unique_ptr<ZVXTemporaryUserDefaults> m_defaults;
+    std::shared_ptr<ZVXSettableReachabilitySource> m_network;
+    std::unique_ptr<ZVXManualClock> m_clock;
+};
+
+void TestChatScreen::initTestCase()
+{
+    QVERIFY(m_server.start({u"--api-secret"_s, SecretHex, u"--admin"_s}));
+    QFile authority(m_server.authorityPath());
+    QVERIFY(authority.open(QIODevice::ReadOnly));
+    QCOMPARE(ZuveroAddTrustedCertificateAuthorities(authority.readAll()), 1);
+    m_admin = std::make_unique<ZVXDevClient>(
+        m_server,
+        ZVXDevSign({{u"installationId"_s, u"admin"_s}}, QByteArray::fromHex(SecretHex.toLatin1())));
+    m_network = std::make_shared<ZVXSettableReachabilitySource>(Online);
+    ZVXReachability::setSourceFactory([this](const QHostAddress &) { return m_network; });
+}
+
+void TestChatScreen::init()
+{
+    m_defaults = std::make_unique<ZVXTemporaryUserDefaults>();
+    m_clock = std::make_unique<ZVXManualClock>(QDateTime::currentDateTimeUtc());
+    m_network->setFlags(Online);
+}
+
+void TestChatScreen::cleanup()
+{
+    for (ZuveroNavigationController *screen : shownScreens())
+        screen->close();
+    QTRY_VERIFY(shownScreens().isEmpty());
+    m_clock.reset();
+    m_defaults.reset();
+}
+
+std::unique_ptr<Zuvero> TestChatScreen::facade(const QString &user)
+{
+    std::unique_ptr<Zuvero> zuvero(Zuvero::initWithApiSecret(
+        SecretHex, QUrl(m_server.origin()).authority(), Zuvero::DelegatePtr()));
+    zuvero->setUserIdentifier(user);
+    bool registered = false;
+    zuvero->setNeedsRegistration(true);
+    zuvero->registerIfNeeded([&](bool success, const ZuveroError &) { registered = success; });
+    if (!QTest::qWaitFor([&] { return registered; }, 10000))
+        qWarning("registration did not end");
+    return zuvero;
+}
+
+void TestChatScreen::screenIsConfiguredFromTheFacade()
+{
+    auto zuvero = facade(u"configured"_s);
+    zuvero->appearance().navigationBarColor = QColor(0x12, 0x34, 0x56);
+    std::unique_ptr<QWidget> made(zuvero->chatViewController());
+    auto *navigation = qobject_cast<ZuveroNavigationController *>(made.get());
+    QVERIFY(navigation);
+    auto *screen = qobject_cast<ZuveroChatViewController *>(navigation->rootViewController());
+    QVERIFY(screen);
+    QCOMPARE(screen->apiInstance(), zuvero.get());
+    // The localised title when the host sets none, else the host's.
+    auto *title = navigation->findChild<QLabel *>(u"titleLabel"_s);
+    QVERIFY(title && !title->text().isEmpty());
+    QCOMPARE(
+        navigation->findChild<QWidget *>(u"navigationBar"_s)->palette().color(QPalette::Window),
+        QColor(0x12, 0x34, 0x56));
+    zuvero->setTitle(u"Support"_s);
+    made.reset(zuvero->chatViewController());
+    QCOMPARE(made->findChild<QLabel *>(u"titleLabel"_s)->text(), u"Support"_s);
+    // The fields a user reaches, by their names.
+    for (const QString &name : {u"messages_list"_s, u"textView"_s, u"sendButton"_s,
+                                u"attachmentButton"_s, u"doneButton"_s})
+        QVERIFY2(made->findChild<QWidget *>(name), qPrintable(name));
+    // The facade's background view sits behind the list.
+    QWidget *background = zuvero->backgroundView();
+    QVERIFY(background && made->isAncestorOf(background));
+
+    // Done closes the window the facade presented.
+    zuvero->displayChatView();
+    QTRY_COMPARE(shownScreens().size(), 1);
+    QPointer<ZuveroNavigationController> shown = shownScreens().first();
+    QTest::mouseClick(shown->doneButton(), Qt::LeftButton);
+    QTRY_VERIFY(!shown);
+}
+
+void TestChatScreen::typedMessageShowsBeforeTheServerAnswers()
+{
+    auto zuvero = facade(u"typist-%1"_s.arg(QDateTime::currentMSecsSinceEpoch()));
+    zuvero->displayChatView();
+    QTRY_COMPARE(shownScreens().size(), 1);
+    auto *screen
+        = qobject_cast<ZuveroChatViewController *>(shownScreens().first()->rootViewController());
+    auto *text = screen->findChild<QWidget *>(u"textView"_s);
+    QVERIFY(text);
+    // The server holds its answer back: the bubble must not wait for it.
+    m_admin->postJSON(u"/admin/faults"_s,
+                      {{u"path"_s, u"/api/1.0/messages"_s},
+                       {u"kind"_s, u"delay"_s},
+                       {u"delayMs"_s, 1500},
+                       {u"method"_s, u"POST"_s},
+                       {u"count"_s, 1}});
+    text->setFocus();
+    QTest::keyClicks(text, u"Where is my parcel?"_s);
+    QTest::keyClick(text, Qt::Key_Return);
+    QVERIFY(screen->inputAccessoryView()->text().isEmpty());
+    m_clock->advance(20ms);
+    QCOMPARE(shownTexts(screen).last(), u"Where is my parcel?"_s);
+    const ZuveroChatMessagePtr sent = screen->chatView()->messages().last();
+    QVERIFY(sent->isUserMessage());
+    // Then the server has it, once.
+    QTRY_VERIFY_WITH_TIMEOUT(zuvero->cachedConversation()
+                                 .value(ZuveroCachedConversationMessagesKey)
+                                 .value<ZuveroChatMessageList>()
+                                 .contains(sent),
+                             10000);
+    QCOMPARE(m_admin->get(u"/admin/receipts"_s)
+                 .json()
+                 .value(u"receipts"_s)
+                 .toMap()
+                 .value(sent->uuid())
+                 .toInt(),
+             1);
+    m_admin->wait(m_admin->manager().deleteResource(m_admin->request(u"/admin/faults"_s)));
+}
+
+void TestChatScreen::visibleScreenHoldsTheUnreadCountBack()
+{
+    auto zuvero = facade(u"reader"_s);
+    zuvero->updateUnreadCount(1);
+    bool appeared = false;
+    auto observer = ZuveroNotificationCenter::defaultCenter()->addObserver(
+        ZuveroChatDidAppearNotification, zuvero.get(),
+        [&](const ZuveroNotification &) { appeared = true; });
+    zuvero->displayChatView();
+    QTRY_VERIFY(appeared);
+    zuvero->updateUnreadCount(3);
+    QCOMPARE(zuvero->unreadCount(), 1);
+    // Gone, even without a word: the count held back applies.
+    delete shownScreens().first();
+    QCOMPARE(zuvero->unreadCount(), 3);
+}
+
+void TestChatScreen::switchingUsersShowsOnlyTheirMessages()
+{
+    const QString stamp = QString::number(QDateTime::currentMSecsSinceEpoch());
+    auto zuvero = facade(u"first-"_s + stamp);
+    m_admin->agentReply(m_admin->conversationId(u"userId"_s, *zuvero->userIdentifier()),
+                        u"For the first user only"_s);
+    zuvero->displayChatView();
+    QTRY_COMPARE(shownScreens().size(), 1);
+    auto *screen
+        = qobject_cast<ZuveroChatViewController *>(shownScreens().first()->rootViewController());
+    QTRY_VERIFY(shownTexts(screen).contains(u"For the first user only"_s));
+    shownScreens().first()->close();
+    QTRY_VERIFY(shownScreens().isEmpty());
+
+    zuvero->setUserIdentifier(u"second-"_s + stamp);
+    zuvero->displayChatView();
+    QTRY_COMPARE(shownScreens().size(), 1);
+    screen = qobject_cast<ZuveroChatViewController *>(shownScreens().first()->rootViewController());
+    QVERIFY(!shownTexts(screen).contains(u"For the first user only"_s));
+    // Not after the screen has asked the server either.
+    QTRY_VERIFY(!shownTexts(screen).isEmpty()); // the server's welcome
+    QVERIFY(!shownTexts(screen).contains(u"For the first user only"_s));
+}
+
+void TestChatScreen::pushOpensTheChat()
+{
+    auto zuvero = facade(u"pushed"_s);
+    // Within two seconds of the start, a push is the tap that opened the application.
+    QVERIFY(zuvero->consumeReceivedRemoteNotification(
+        ZVXJSON::parse(QByteArray(R"({"aps": {"badge": 2, "alert": "Hi"},)"
+                                  R"( "appdata": {"zuvero": "1.5", "t": "m", "uuid": "p1"}})"))
+            .value_or(QVariant())
+            .toMap()));
+    QTRY_COMPARE(shownScreens().size(), 1);
+}
+
+void TestChatScreen::openedAndClosedManyTimes()
+{
+    auto zuvero = facade(u"visitor"_s);
+    const auto openAndClose = [&] {
+        zuvero->displayChatView();
+        QTRY_COMPARE(shownScreens().size(), 1);
+        QPointer<ZuveroNavigationController> screen = shownScreens().first();
+        screen->close();
+        QTRY_VERIFY(!screen);
+    };
+    // The first openings fill caches that stay (fonts, styles, icons).
+    for (int i = 0; i < 5; ++i)
+        openAndClose();
+    m_clock->advance(301s);
+    QCoreApplication::processEvents();
+    const qint64 before = heapInUse();
+    for (int i = 0; i < 100; ++i)
+        openAndClose();
+    // Requests leave their time-outs armed for a while after they end.
+    m_clock->advance(301s);
+    QCoreApplication::processEvents();
+    const qint64 grown = heapInUse() - before;
+    qInfo("heap after 100 openings: %+lld KiB", grown / 1024);
+    QVERIFY2(std::abs(grown) <= 256 * 1024, qPrintable(QString::number(grown / 1024)));
+}
+
+QTEST_MAIN(TestChatScreen)
+#include "tst_chatscreen.moc"

@@ -190,7 +190,8 @@ public:
     QObject *titleView() const;
     void setTitleView(QObject *view);
     /*!
-        The view behind the chat screen's list, made when first asked (white),
+        The view behind the chat screen's list, made when first asked (the
+        theme's page colour: white in a light theme),
         for a host that draws its own background there; null in an
         application without widgets. The screen shown last holds it.
     */

@@ -81,10 +81,10 @@ QWidget *ZVXWidgetUserInterface::backgroundView()
         m_backgroundView = new QWidget;
         m_backgroundView->setObjectName(QStringLiteral("hostBackgroundView"));
         m_backgroundView->setGeometry(0, 0, 100, 100);
+        // The page colour of the desktop's theme: white in a light one, and dark in a dark one,
+        // where white behind grey dates and light bubbles would glare.
         m_backgroundView->setAutoFillBackground(true);
-        QPalette white = m_backgroundView->palette();
-        white.setColor(QPalette::Window, Qt::white);
-        m_backgroundView->setPalette(white);
+        m_backgroundView->setBackgroundRole(QPalette::Base);
     }
     return m_backgroundView;
 }

@@ -9,6 +9,7 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QPixmap>
+#include <QTextOption>
 #include <QtWidgets/qdrawutil.h>
 
 namespace {
@@ -477,8 +478,12 @@ void ZVXChatCaptionCell::paint(QPainter *painter, const ZVXCellLayout &layout,
     painter->setFont(a.dateFont.value_or(QFont()));
     painter->setPen(a.dateTextColor.isValid() ? a.dateTextColor : QColor(Qt::lightGray));
     const QFontMetricsF metrics(painter->font());
-    painter->drawText(layout.textRect, Qt::AlignCenter,
-                      metrics.elidedText(layout.label, Qt::ElideRight, layout.textRect.width()));
+    // A caption reads in its own direction: a date keeps its order in a right-to-left screen.
+    QTextOption option(Qt::AlignCenter);
+    option.setTextDirection(layout.label.isRightToLeft() ? Qt::RightToLeft : Qt::LeftToRight);
+    painter->drawText(layout.textRect,
+                      metrics.elidedText(layout.label, Qt::ElideRight, layout.textRect.width()),
+                      option);
 }
 
 ZVXCellLayout ZuveroChatDateCell::layout(const ZuveroChatViewItem &item, const ZVXCellStyle &style,

@@ -10,6 +10,8 @@
 #include "ZVXURLSession.h"
 #include "Zuvero.h"
 #include "ZuveroCertificateAuthorities.h"
+#include "ZuveroChatView.h"
+#include "ZuveroChatViewController.h"
 #include "ZuveroConnection_p.h"
 
 #include <QCoreApplication>
@@ -20,6 +22,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QListView>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QThreadPool>
@@ -156,6 +159,49 @@ public:
                     QString(),
                     QStringLiteral("0 new"),
                     libraryConnections == 0};
+
+        // A message typed into the chat screen, until its bubble is painted, beside the bare POST
+        // of the same text: the bubble must not wait for the server.
+        {
+            ZuveroChatViewController screen;
+            screen.setApiInstance(m_sender.get());
+            screen.resize(420, 640);
+            screen.show();
+            Runs bubble, post;
+            bool shown = true;
+            for (int i = 0; i < repetitions; ++i) {
+                const auto typed = [&] {
+                    QElapsedTimer timer;
+                    timer.start();
+                    screen.sendMessage(QStringLiteral("Where is my order? %1").arg(i), nullptr);
+                    screen.chatView()->scrollView()->viewport()->repaint();
+                    bubble << elapsedMs(timer);
+                    const ZuveroChatMessagePtr sent = screen.chatView()->messages().last();
+                    shown = shown && sent->text()->endsWith(QString::number(i));
+                    // Then the send ends before the next one, as the user would see it end.
+                    waitUntil([&] {
+                        return m_sender->cachedConversation()
+                            .value(ZuveroCachedConversationMessagesKey)
+                            .value<ZuveroChatMessageList>()
+                            .contains(sent);
+                    });
+                };
+                const auto bareTimed = [&] {
+                    QElapsedTimer timer;
+                    timer.start();
+                    bareSend();
+                    post << elapsedMs(timer);
+                };
+                inTurn(i, typed, bareTimed);
+            }
+            Row row
+                = compareRuns(QStringLiteral("typed message to its bubble painted vs bare POST"),
+                              bubble, post, QStringLiteral("ms"));
+            row.goal = QStringLiteral("< 1x, before the answer");
+            row.met = shown && row.ratio < 1;
+            row.enforced = false;
+            rows << row;
+        }
 
         // Each page also split where the reply has arrived on the main thread: before it, the
         // request and the wire; after it, what each side does with the reply.

@@ -168,6 +168,10 @@ ZuveroChatViewController::ZuveroChatViewController(QWidget *parent)
     d->barDelegate->chatInputAccessoryViewDidSend
         = [this](ZuveroChatInputAccessoryView *) { d->sendFromInputBar(); };
     d->inputBar->setDelegate(d->barDelegate);
+    // Attachments are chosen in a picker this screen does not have yet: no button that does
+    // nothing.
+    if (QWidget *attach = d->inputBar->findChild<QWidget *>(QStringLiteral("attachmentButton")))
+        attach->hide();
 }
 
 ZuveroChatViewController::~ZuveroChatViewController()

@@ -1,14 +1,10 @@
 #include "ZVXChatController.h"
-#include "ZVXDevServerProcess.h"
+#include "ZVXDevServerSuite.h"
 #include "ZVXManualClock.h"
-#include "ZVXReachability.h"
-#include "ZVXReachabilityFlagSource.h"
 #include "ZVXTemporaryUserDefaults.h"
 #include "Zuvero.h"
-#include "ZuveroCertificateAuthorities.h"
 #include "ZuveroConnection.h"
 
-#include <QFile>
 #include <QTest>
 
 using namespace std::chrono_literals;
@@ -16,8 +12,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString SecretHex = u"0a1b2c3d4e5f60718293a4b5c6d7e8f9"_s;
-constexpr quint32 Online = ZVXReachabilityFlags::Reachable;
 const QString GetMessages = u"GET /api/1.0/messages"_s;
 
 // The screen's side, recorded: what the rules asked of the list, in order.
@@ -87,39 +81,26 @@ private Q_SLOTS:
     void welcomeMessageOnlyInAnEmptyChat();
 
 private:
+    //! A facade of the server, registered.
     std::unique_ptr<Zuvero> facade();
-    //! Waits until \a zuvero has registered, so that its conversation exists on the server.
-    void registered(Zuvero *zuvero);
     void writeHistory(Zuvero *zuvero, int count, const QDateTime &from, int step);
-    qint64 counter(const QString &request) { return m_admin->requestCount(request); }
+    qint64 counter(const QString &request) { return m_suite.admin().requestCount(request); }
 
-    ZVXDevServerProcess m_server;
-    std::unique_ptr<ZVXDevClient> m_admin;
+    ZVXDevServerSuite m_suite;
     std::unique_ptr<ZVXTemporaryUserDefaults> m_defaults;
-    std::shared_ptr<ZVXSettableReachabilitySource> m_network;
     std::unique_ptr<ZVXManualClock> m_clock;
-    int m_users = 0;
 };
 
 void TestChatController::initTestCase()
 {
-    QVERIFY(m_server.start({u"--api-secret"_s, SecretHex, u"--admin"_s}));
-    QFile authority(m_server.authorityPath());
-    QVERIFY(authority.open(QIODevice::ReadOnly));
-    QCOMPARE(ZuveroAddTrustedCertificateAuthorities(authority.readAll()), 1);
-    m_admin = std::make_unique<ZVXDevClient>(
-        m_server,
-        ZVXDevSign({{u"installationId"_s, u"admin"_s}}, QByteArray::fromHex(SecretHex.toLatin1())));
-    m_network = std::make_shared<ZVXSettableReachabilitySource>(Online);
-    ZVXReachability::setSourceFactory([this](const QHostAddress &) { return m_network; });
+    QVERIFY(m_suite.start());
 }
 
 void TestChatController::init()
 {
     m_defaults = std::make_unique<ZVXTemporaryUserDefaults>();
     m_clock = std::make_unique<ZVXManualClock>(QDateTime::currentDateTimeUtc());
-    m_network->setFlags(Online);
-    m_admin->wait(m_admin->manager().deleteResource(m_admin->request(u"/admin/faults"_s)));
+    QVERIFY(m_suite.reset());
 }
 
 void TestChatController::cleanup()
@@ -130,35 +111,26 @@ void TestChatController::cleanup()
 
 std::unique_ptr<Zuvero> TestChatController::facade()
 {
-    std::unique_ptr<Zuvero> zuvero(Zuvero::initWithApiSecret(
-        SecretHex, QUrl(m_server.origin()).authority(), Zuvero::DelegatePtr()));
-    zuvero->setUserIdentifier(u"screen-%1-%2"_s.arg(++m_users).arg(quintptr(zuvero.get()), 0, 16));
+    auto zuvero = m_suite.facade(u"screen"_s);
+    if (!ZVXDevServerSuite::registered(zuvero.get()))
+        qWarning("the facade did not register");
     return zuvero;
-}
-
-void TestChatController::registered(Zuvero *zuvero)
-{
-    bool done = false;
-    zuvero->setNeedsRegistration(true);
-    zuvero->registerIfNeeded([&done](bool success, const ZuveroError &) { done = success; });
-    QTRY_VERIFY(done);
 }
 
 void TestChatController::writeHistory(Zuvero *zuvero, int count, const QDateTime &from, int step)
 {
-    const qint64 conversation = m_admin->conversationId(u"userId"_s, *zuvero->userIdentifier());
-    const ZVXDevReply reply = m_admin->postJSON(u"/admin/history"_s,
-                                                {{u"conversation"_s, conversation},
-                                                 {u"count"_s, count},
-                                                 {u"from"_s, from.toSecsSinceEpoch()},
-                                                 {u"step"_s, step}});
+    const ZVXDevReply reply
+        = m_suite.admin().postJSON(u"/admin/history"_s,
+                                   {{u"conversation"_s, m_suite.conversationId(zuvero)},
+                                    {u"count"_s, count},
+                                    {u"from"_s, from.toSecsSinceEpoch()},
+                                    {u"step"_s, step}});
     QVERIFY2(reply.status == 200, reply.body.constData());
 }
 
 void TestChatController::reloadAndEarlierHistory()
 {
     auto zuvero = facade();
-    registered(zuvero.get());
     writeHistory(zuvero.get(), 120, QDateTime::currentDateTimeUtc().addSecs(-4 * 3600), 60);
     RecordingView view;
     ZVXChatController controller(zuvero.get(), &view);
@@ -202,7 +174,6 @@ void TestChatController::reloadAndEarlierHistory()
 void TestChatController::earlierHistoryPrefetchedAndFailed()
 {
     auto zuvero = facade();
-    registered(zuvero.get());
     writeHistory(zuvero.get(), 70, QDateTime::currentDateTimeUtc().addSecs(-3 * 3600), 60);
     RecordingView view;
     ZVXChatController controller(zuvero.get(), &view);
@@ -225,15 +196,15 @@ void TestChatController::earlierHistoryPrefetchedAndFailed()
 
     // A failed page takes the load-more row away; without the network, the user is told.
     view.more = true;
-    m_admin->postJSON(u"/admin/faults"_s,
-                      {{u"path"_s, u"/api/1.0/messages"_s},
-                       {u"kind"_s, u"status"_s},
-                       {u"status"_s, 500},
-                       {u"count"_s, 1}});
+    m_suite.admin().postJSON(u"/admin/faults"_s,
+                             {{u"path"_s, u"/api/1.0/messages"_s},
+                              {u"kind"_s, u"status"_s},
+                              {u"status"_s, 500},
+                              {u"count"_s, 1}});
     controller.chatViewLoadEarlierMessages();
     QTRY_VERIFY(!view.more);
     QCOMPARE(view.shown.size(), 70);
-    m_network->setFlags(0);
+    m_suite.setOnline(false);
     view.more = true;
     controller.chatViewLoadEarlierMessages();
     QCOMPARE(view.alerts, QStringList{u"The Internet connection appears to be offline."_s});
@@ -248,7 +219,7 @@ void TestChatController::openWithTheCachedConversation()
     auto b = ZuveroChatMessage::initWithText(u"b"_s);
     b->setDate(QDateTime::currentDateTimeUtc().addSecs(-60));
     zuvero->saveCachedMessages({a, b}, true);
-    m_network->setFlags(0);
+    m_suite.setOnline(false);
     const auto waiting = ZuveroChatMessage::initWithText(u"waiting"_s);
     zuvero->addOfflineMessage(waiting);
 
@@ -269,7 +240,6 @@ void TestChatController::openWithTheCachedConversation()
 void TestChatController::sendingKeepsTheOrderWritten()
 {
     auto zuvero = facade();
-    registered(zuvero.get());
     RecordingView view;
     ZVXChatController controller(zuvero.get(), &view);
     int sentNotices = 0;
@@ -286,13 +256,13 @@ void TestChatController::sendingKeepsTheOrderWritten()
     QTRY_VERIFY(!one->isOffline() && counter(u"POST /api/1.0/messages"_s) >= 1);
 
     // Offline: under the unsent label and into the facade's queue.
-    m_network->setFlags(0);
+    m_suite.setOnline(false);
     controller.sendMessage(u"two"_s, nullptr);
     const ZuveroChatMessagePtr two = view.shown.last();
     QVERIFY(two->isOffline());
     QTRY_COMPARE(zuvero->offlineMessages(), ZuveroChatMessageList{two});
     // Back online, a later message still waits behind the older one.
-    m_network->setFlags(Online);
+    m_suite.setOnline(true);
     controller.sendMessage(u"three"_s, nullptr);
     QVERIFY(view.shown.last()->isOffline());
     QTRY_COMPARE(zuvero->offlineMessages().size(), 2);
@@ -317,7 +287,6 @@ void TestChatController::sendingKeepsTheOrderWritten()
 void TestChatController::twoSendsGiveOneReload()
 {
     auto zuvero = facade();
-    registered(zuvero.get());
     RecordingView view;
     ZVXChatController controller(zuvero.get(), &view);
     // A send has ended once the screen has saved its conversation with it.
@@ -360,7 +329,6 @@ void TestChatController::pollingIntervals()
     QFETCH(double, interval);
     QFETCH(double, period);
     auto zuvero = facade();
-    registered(zuvero.get());
     zuvero->setPollingInterval(interval);
     RecordingView view;
     ZVXChatController controller(zuvero.get(), &view);
@@ -389,7 +357,6 @@ void TestChatController::pollingIntervals()
 void TestChatController::welcomeMessageOnlyInAnEmptyChat()
 {
     auto zuvero = facade();
-    registered(zuvero.get());
     RecordingView view;
     ZVXChatController controller(zuvero.get(), &view);
     controller.loadCachedConversation();
@@ -407,10 +374,7 @@ void TestChatController::welcomeMessageOnlyInAnEmptyChat()
                 .isEmpty());
 
     // The first real message takes its place.
-    QCOMPARE(m_admin
-                 ->agentReply(m_admin->conversationId(u"userId"_s, *zuvero->userIdentifier()),
-                              u"Hello"_s)
-                 .status,
+    QCOMPARE(m_suite.admin().agentReply(m_suite.conversationId(zuvero.get()), u"Hello"_s).status,
              200);
     controller.reloadChatAnimated(true);
     QTRY_COMPARE(view.texts(), QStringList{u"Hello"_s});

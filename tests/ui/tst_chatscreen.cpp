@@ -1,11 +1,8 @@
-#include "ZVXDevServerProcess.h"
+#include "ZVXDevServerSuite.h"
 #include "ZVXJSON.h"
 #include "ZVXManualClock.h"
-#include "ZVXReachability.h"
-#include "ZVXReachabilityFlagSource.h"
 #include "ZVXTemporaryUserDefaults.h"
 #include "Zuvero.h"
-#include "ZuveroCertificateAuthorities.h"
 #include "ZuveroChatInputAccessoryView.h"
 #include "ZuveroChatView.h"
 #include "ZuveroChatViewController.h"
@@ -14,7 +11,6 @@
 
 #include <QAbstractItemModel>
 #include <QApplication>
-#include <QFile>
 #include <QLabel>
 #include <QListView>
 #include <QPlainTextEdit>
@@ -27,9 +23,6 @@ using namespace std::chrono_literals;
 using namespace Qt::StringLiterals;
 
 namespace {
-
-const QString SecretHex = u"0a1b2c3d4e5f60718293a4b5c6d7e8f9"_s;
-constexpr quint32 Online = ZVXReachabilityFlags::Reachable;
 
 qint64 heapInUse()
 {
@@ -76,33 +69,24 @@ private Q_SLOTS:
     void openedAndClosedManyTimes();
 
 private:
+    //! A facade of the server for \a user, registered.
     std::unique_ptr<Zuvero> facade(const QString &user);
 
-    ZVXDevServerProcess m_server;
-    std::unique_ptr<ZVXDevClient> m_admin;
+    ZVXDevServerSuite m_suite;
     std::unique_ptr<ZVXTemporaryUserDefaults> m_defaults;
-    std::shared_ptr<ZVXSettableReachabilitySource> m_network;
     std::unique_ptr<ZVXManualClock> m_clock;
 };
 
 void TestChatScreen::initTestCase()
 {
-    QVERIFY(m_server.start({u"--api-secret"_s, SecretHex, u"--admin"_s}));
-    QFile authority(m_server.authorityPath());
-    QVERIFY(authority.open(QIODevice::ReadOnly));
-    QCOMPARE(ZuveroAddTrustedCertificateAuthorities(authority.readAll()), 1);
-    m_admin = std::make_unique<ZVXDevClient>(
-        m_server,
-        ZVXDevSign({{u"installationId"_s, u"admin"_s}}, QByteArray::fromHex(SecretHex.toLatin1())));
-    m_network = std::make_shared<ZVXSettableReachabilitySource>(Online);
-    ZVXReachability::setSourceFactory([this](const QHostAddress &) { return m_network; });
+    QVERIFY(m_suite.start());
 }
 
 void TestChatScreen::init()
 {
     m_defaults = std::make_unique<ZVXTemporaryUserDefaults>();
     m_clock = std::make_unique<ZVXManualClock>(QDateTime::currentDateTimeUtc());
-    m_network->setFlags(Online);
+    QVERIFY(m_suite.reset());
 }
 
 void TestChatScreen::cleanup()
@@ -116,14 +100,9 @@ void TestChatScreen::cleanup()
 
 std::unique_ptr<Zuvero> TestChatScreen::facade(const QString &user)
 {
-    std::unique_ptr<Zuvero> zuvero(Zuvero::initWithApiSecret(
-        SecretHex, QUrl(m_server.origin()).authority(), Zuvero::DelegatePtr()));
-    zuvero->setUserIdentifier(user);
-    bool registered = false;
-    zuvero->setNeedsRegistration(true);
-    zuvero->registerIfNeeded([&](bool success, const ZuveroError &) { registered = success; });
-    if (!QTest::qWaitFor([&] { return registered; }, 10000))
-        qWarning("registration did not end");
+    auto zuvero = m_suite.facade(user);
+    if (!ZVXDevServerSuite::registered(zuvero.get()))
+        qWarning("the facade did not register");
     return zuvero;
 }
 
@@ -164,7 +143,7 @@ void TestChatScreen::screenIsConfiguredFromTheFacade()
 
 void TestChatScreen::typedMessageShowsBeforeTheServerAnswers()
 {
-    auto zuvero = facade(u"typist-%1"_s.arg(QDateTime::currentMSecsSinceEpoch()));
+    auto zuvero = facade(u"typist"_s);
     zuvero->displayChatView();
     QTRY_COMPARE(shownScreens().size(), 1);
     auto *screen
@@ -172,12 +151,12 @@ void TestChatScreen::typedMessageShowsBeforeTheServerAnswers()
     auto *text = screen->findChild<QWidget *>(u"textView"_s);
     QVERIFY(text);
     // The server holds its answer back: the bubble must not wait for it.
-    m_admin->postJSON(u"/admin/faults"_s,
-                      {{u"path"_s, u"/api/1.0/messages"_s},
-                       {u"kind"_s, u"delay"_s},
-                       {u"delayMs"_s, 1500},
-                       {u"method"_s, u"POST"_s},
-                       {u"count"_s, 1}});
+    m_suite.admin().postJSON(u"/admin/faults"_s,
+                             {{u"path"_s, u"/api/1.0/messages"_s},
+                              {u"kind"_s, u"delay"_s},
+                              {u"delayMs"_s, 1500},
+                              {u"method"_s, u"POST"_s},
+                              {u"count"_s, 1}});
     text->setFocus();
     QTest::keyClicks(text, u"Where is my parcel?"_s);
     QTest::keyClick(text, Qt::Key_Return);
@@ -192,14 +171,14 @@ void TestChatScreen::typedMessageShowsBeforeTheServerAnswers()
                                  .value<ZuveroChatMessageList>()
                                  .contains(sent),
                              10000);
-    QCOMPARE(m_admin->get(u"/admin/receipts"_s)
+    QCOMPARE(m_suite.admin()
+                 .get(u"/admin/receipts"_s)
                  .json()
                  .value(u"receipts"_s)
                  .toMap()
                  .value(sent->uuid())
                  .toInt(),
              1);
-    m_admin->wait(m_admin->manager().deleteResource(m_admin->request(u"/admin/faults"_s)));
 }
 
 void TestChatScreen::visibleScreenHoldsTheUnreadCountBack()
@@ -223,8 +202,7 @@ void TestChatScreen::switchingUsersShowsOnlyTheirMessages()
 {
     const QString stamp = QString::number(QDateTime::currentMSecsSinceEpoch());
     auto zuvero = facade(u"first-"_s + stamp);
-    m_admin->agentReply(m_admin->conversationId(u"userId"_s, *zuvero->userIdentifier()),
-                        u"For the first user only"_s);
+    m_suite.admin().agentReply(m_suite.conversationId(zuvero.get()), u"For the first user only"_s);
     zuvero->displayChatView();
     QTRY_COMPARE(shownScreens().size(), 1);
     auto *screen

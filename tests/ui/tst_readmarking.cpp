@@ -1,15 +1,12 @@
-#include "ZVXDevServerProcess.h"
+#include "ZVXDevServerSuite.h"
 #include "ZVXLogCapture.h"
 #include "ZVXManualClock.h"
-#include "ZVXReachability.h"
 #include "ZVXReadMarking.h"
 #include "ZVXTemporaryUserDefaults.h"
 #include "Zuvero.h"
-#include "ZuveroCertificateAuthorities.h"
 #include "ZuveroChatView.h"
 #include "ZuveroConnection.h"
 
-#include <QFile>
 #include <QListView>
 #include <QScrollBar>
 #include <QTest>
@@ -19,7 +16,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString SecretHex = QStringLiteral("0a1b2c3d4e5f60718293a4b5c6d7e8f9");
 const QString MarkRequest = QStringLiteral("POST /api/1.0/mark_messages");
 const QString MarkedKey = QStringLiteral("ZuveroMarkedAsReadMessageUUIDs");
 const QString DateKey = QStringLiteral("ZuveroLastMarkAsReadDate");
@@ -73,7 +69,7 @@ private:
     ZuveroChatMessageList conversation(Zuvero *zuvero, int count, int userEvery = 0);
     //! The server's "read" flag of each agent and system message of \a zuvero's conversation.
     QHash<QString, bool> readOnServer(Zuvero *zuvero);
-    qint64 markRequests() { return m_admin->requestCount(MarkRequest); }
+    qint64 markRequests() { return m_suite.admin().requestCount(MarkRequest); }
     /*!
         The same, once a request that \a zuvero makes now has been answered: a report it had
         started before has reached the server by then.
@@ -82,9 +78,7 @@ private:
     //! Lets the one-second wait pass; true once the report's answer has logged \a logged.
     bool dispatched(const QString &logged);
 
-    ZVXDevServerProcess m_server;
-    std::unique_ptr<ZVXDevClient> m_admin;
-    std::shared_ptr<ZVXSettableReachabilitySource> m_network;
+    ZVXDevServerSuite m_suite;
     std::unique_ptr<ZVXTemporaryUserDefaults> m_defaults;
     std::unique_ptr<ZVXManualClock> m_clock;
     std::unique_ptr<ZVXLogCapture> m_log;
@@ -92,16 +86,7 @@ private:
 
 void TestReadMarking::initTestCase()
 {
-    QVERIFY(m_server.start({QStringLiteral("--api-secret"), SecretHex, QStringLiteral("--admin")}));
-    QFile authority(m_server.authorityPath());
-    QVERIFY(authority.open(QIODevice::ReadOnly));
-    QCOMPARE(ZuveroAddTrustedCertificateAuthorities(authority.readAll()), 1);
-    m_admin = std::make_unique<ZVXDevClient>(
-        m_server,
-        ZVXDevSign({{QStringLiteral("installationId"), QStringLiteral("admin")}},
-                   QByteArray::fromHex(SecretHex.toLatin1())));
-    m_network = std::make_shared<ZVXSettableReachabilitySource>(ZVXReachabilityFlags::Reachable);
-    ZVXReachability::setSourceFactory([this](const QHostAddress &) { return m_network; });
+    QVERIFY(m_suite.start());
 }
 
 void TestReadMarking::init()
@@ -109,9 +94,7 @@ void TestReadMarking::init()
     m_defaults = std::make_unique<ZVXTemporaryUserDefaults>();
     m_clock = std::make_unique<ZVXManualClock>(QDateTime::currentDateTimeUtc());
     m_log = std::make_unique<ZVXLogCapture>();
-    for (const QString &path : {u"/admin/faults"_s, u"/admin/counters"_s})
-        QCOMPARE(m_admin->wait(m_admin->manager().deleteResource(m_admin->request(path))).status,
-                 200);
+    QVERIFY(m_suite.reset());
 }
 
 void TestReadMarking::cleanup()
@@ -123,11 +106,7 @@ void TestReadMarking::cleanup()
 
 std::unique_ptr<Zuvero> TestReadMarking::facade(const QString &user)
 {
-    const QString host = QUrl(m_server.origin()).authority();
-    std::unique_ptr<Zuvero> zuvero(Zuvero::initWithApiSecret(SecretHex, host, {}));
-    zuvero->setUserIdentifier(
-        QStringLiteral("%1-%2").arg(user, QString::number(quintptr(zuvero.get()), 16)));
-    return zuvero;
+    return m_suite.facade(user);
 }
 
 ZuveroChatMessageList TestReadMarking::conversation(Zuvero *zuvero, int count, int userEvery)
@@ -136,7 +115,7 @@ ZuveroChatMessageList TestReadMarking::conversation(Zuvero *zuvero, int count, i
     zuvero->registerIfNeeded([&](bool success, const ZuveroError &) { registered = success; });
     if (!QTest::qWaitFor([&] { return registered; }, 10000))
         return {};
-    const qint64 id = m_admin->conversationId(u"userId"_s, *zuvero->userIdentifier());
+    const qint64 id = m_suite.conversationId(zuvero);
     for (int i = 0; i < count; ++i) {
         if (userEvery && i % userEvery == 0) {
             bool sent = false;
@@ -146,7 +125,7 @@ ZuveroChatMessageList TestReadMarking::conversation(Zuvero *zuvero, int count, i
             if (!QTest::qWaitFor([&] { return sent; }, 10000))
                 return {};
         }
-        if (m_admin->agentReply(id, QStringLiteral("answer %1").arg(i)).status != 200)
+        if (m_suite.admin().agentReply(id, QStringLiteral("answer %1").arg(i)).status != 200)
             return {};
     }
     std::optional<ZuveroChatMessageList> listed;
@@ -162,9 +141,10 @@ ZuveroChatMessageList TestReadMarking::conversation(Zuvero *zuvero, int count, i
 
 QHash<QString, bool> TestReadMarking::readOnServer(Zuvero *zuvero)
 {
-    const qint64 id = m_admin->conversationId(u"userId"_s, *zuvero->userIdentifier());
+    const qint64 id = m_suite.conversationId(zuvero);
     QHash<QString, bool> read;
-    const QVariantList messages = m_admin->get(u"/console/api/conversations/%1/messages"_s.arg(id))
+    const QVariantList messages = m_suite.admin()
+                                      .get(u"/console/api/conversations/%1/messages"_s.arg(id))
                                       .json()
                                       .value(u"messages"_s)
                                       .toList();
@@ -357,12 +337,12 @@ void TestReadMarking::newestHundredKept()
 void TestReadMarking::failedBatchGoesWithTheNextMark()
 {
     auto zuvero = facade(u"failed"_s);
-    QCOMPARE(m_admin
-                 ->postJSON(u"/admin/faults"_s,
-                            {{u"path"_s, u"/api/1.0/mark_messages"_s},
-                             {u"kind"_s, u"status"_s},
-                             {u"status"_s, 500},
-                             {u"body"_s, uR"({"error":"boom"})"_s}})
+    QCOMPARE(m_suite.admin()
+                 .postJSON(u"/admin/faults"_s,
+                           {{u"path"_s, u"/api/1.0/mark_messages"_s},
+                            {u"kind"_s, u"status"_s},
+                            {u"status"_s, 500},
+                            {u"body"_s, uR"({"error":"boom"})"_s}})
                  .status,
              200);
     ZVXReadMarking marking;

@@ -3,8 +3,10 @@
 #include "ZVXManualClock.h"
 #include "ZVXTemporaryUserDefaults.h"
 #include "Zuvero.h"
+#include "ZuveroApplication.h"
 #include "ZuveroConnection.h"
 
+#include <QScopeGuard>
 #include <QTest>
 
 using namespace std::chrono_literals;
@@ -76,6 +78,8 @@ private Q_SLOTS:
     void openWithTheCachedConversation();
     void sendingKeepsTheOrderWritten();
     void twoSendsGiveOneReload();
+    void sendRegistersForNotifications_data();
+    void sendRegistersForNotifications();
     void pollingIntervals_data();
     void pollingIntervals();
     void welcomeMessageOnlyInAnEmptyChat();
@@ -311,6 +315,53 @@ void TestChatController::twoSendsGiveOneReload()
     QTest::qWait(50);
     QCOMPARE(counter(GetMessages), before + 1);
     QVERIFY(view.calls.contains(u"scroll"_s));
+}
+
+void TestChatController::sendRegistersForNotifications_data()
+{
+    QTest::addColumn<bool>("interactive");
+    QTest::addColumn<bool>("hasToken");
+    QTest::addColumn<QString>("asked");
+    QTest::newRow("plain") << false << false << u"types 7, categories: ; remote"_s;
+    QTest::newRow("interactive") << true << false
+                                 << u"types 7, categories: interactive ACTION_SEND text; remote"_s;
+    QTest::newRow("a token already") << true << true << QString();
+}
+
+void TestChatController::sendRegistersForNotifications()
+{
+    QFETCH(bool, interactive);
+    QFETCH(bool, hasToken);
+    QFETCH(QString, asked);
+    // The host's push channel, as it is asked.
+    QStringList calls;
+    ZuveroPushChannel channel;
+    channel.registerUserNotificationSettings
+        = [&](ZuveroNotificationTypes types, const QList<ZuveroNotificationCategory> &categories) {
+              QStringList named;
+              for (const auto &category : categories) {
+                  for (const auto &action : category.actions)
+                      named << u"%1 %2%3"_s.arg(category.identifier, action.identifier,
+                                                action.textInput ? u" text"_s : QString());
+              }
+              calls << u"types %1, categories: %2"_s.arg(int(types)).arg(named.join(u','));
+          };
+    channel.registerForRemoteNotifications = [&] { calls << u"remote"_s; };
+    ZuveroApplication::sharedApplication()->setPushChannel(channel);
+    const auto unplug = qScopeGuard(
+        [] { ZuveroApplication::sharedApplication()->setPushChannel(ZuveroPushChannel()); });
+
+    auto zuvero = facade();
+    zuvero->setInteractiveNotification(interactive);
+    if (hasToken)
+        zuvero->setDeviceToken(QByteArray::fromHex("aabbccdd"));
+    RecordingView view;
+    ZVXChatController controller(zuvero.get(), &view);
+    const qint64 before = counter(GetMessages);
+    controller.sendMessage(u"hello"_s, nullptr);
+    // Asked with the reload that follows a send.
+    QTRY_VERIFY((m_clock->advance(100ms), counter(GetMessages) > before));
+    QCOMPARE(calls.join(u"; "_s), asked);
 }
 
 void TestChatController::pollingIntervals_data()

@@ -1,6 +1,8 @@
 #include "ZuveroChatViewController.h"
 
+#include "AttachmentsState.h"
 #include "Toast.h"
+#include "ZVXAttachmentPickerController.h"
 #include "ZVXChatController.h"
 #include "ZVXClock.h"
 #include "ZVXLocalization.h"
@@ -96,15 +98,62 @@ public:
     {
         const QString text = inputBar->text();
         const QImage image = inputBar->image();
+        // The picked file goes out as it is (format, quality, metadata) while the bar still shows
+        // it; a picture pasted or dropped since is encoded afresh.
+        ZuveroImagePtr record = std::exchange(pickedImage, nullptr);
+        if (image.isNull())
+            record = nullptr;
+        else if (!record || record->image().cacheKey() != image.cacheKey())
+            record = ZuveroImage::initWithImage(image);
         inputBar->setText(QString());
         inputBar->setImage(QImage());
         chatView->scrollToLastMessageAnimated(false);
         const QPointer<ZuveroChatViewController> screen(q);
-        ZVXClock::after(SendDelay, q, [screen, text, image] {
+        ZVXClock::after(SendDelay, q, [screen, text, record] {
             if (screen)
-                screen->sendMessage(text,
-                                    image.isNull() ? nullptr : ZuveroImage::initWithImage(image));
+                screen->sendMessage(text, record);
         });
+    }
+
+    QWidget *attachmentButton() const
+    {
+        return inputBar->findChild<QWidget *>(QStringLiteral("attachmentButton"));
+    }
+
+    // A button that could offer nothing is not shown; the switches may change while we live.
+    void updateAttachmentButton()
+    {
+        if (QWidget *attach = attachmentButton())
+            attach->setVisible(AttachmentsState::isAttachmentsEnabled()
+                               && ZVXAttachmentPickerController::offeredChoices(false).contains(
+                                   ZVXAttachmentChoice::ChoosePhoto));
+    }
+
+    void chooseAttachment()
+    {
+        if (currentPickerController)
+            return;
+        currentPickerController = new ZVXAttachmentPickerController(q);
+        const QPointer<ZuveroChatViewController> screen(q);
+        currentPickerController->showActionSheetFromView(
+            attachmentButton(), !inputBar->image().isNull(),
+            [this, screen](bool success, ZVXAttachmentKind kind, const ZuveroImagePtr &image) {
+                if (!screen)
+                    return;
+                // Done, though it deletes itself only later: the next press opens a new one.
+                currentPickerController = nullptr;
+                if (!success)
+                    return;
+                // Staged, not sent: the user adds a caption or thinks again, then presses send.
+                if (kind == ZVXAttachmentKind::Picture && image) {
+                    pickedImage = image;
+                    inputBar->setImage(image->image());
+                } else if (kind == ZVXAttachmentKind::Removal) {
+                    pickedImage = nullptr;
+                    inputBar->setImage(QImage());
+                }
+                inputBar->responder()->setFocus();
+            });
     }
 
     ZuveroChatViewController *q;
@@ -115,6 +164,8 @@ public:
     std::unique_ptr<ZVXChatController> rules;
     std::shared_ptr<ZuveroChatViewDelegate> listDelegate;
     std::shared_ptr<ZuveroChatInputAccessoryViewDelegate> barDelegate;
+    QPointer<ZVXAttachmentPickerController> currentPickerController;
+    ZuveroImagePtr pickedImage;
     bool appeared = false;
     bool visible = false;
 };
@@ -167,11 +218,10 @@ ZuveroChatViewController::ZuveroChatViewController(QWidget *parent)
     d->barDelegate = std::make_shared<ZuveroChatInputAccessoryViewDelegate>();
     d->barDelegate->chatInputAccessoryViewDidSend
         = [this](ZuveroChatInputAccessoryView *) { d->sendFromInputBar(); };
+    d->barDelegate->chatInputAccessoryViewSelectAttachment
+        = [this](ZuveroChatInputAccessoryView *) { d->chooseAttachment(); };
     d->inputBar->setDelegate(d->barDelegate);
-    // Attachments are chosen in a picker this screen does not have yet: no button that does
-    // nothing.
-    if (QWidget *attach = d->inputBar->findChild<QWidget *>(QStringLiteral("attachmentButton")))
-        attach->hide();
+    d->updateAttachmentButton();
 }
 
 ZuveroChatViewController::~ZuveroChatViewController()
@@ -249,6 +299,7 @@ void ZuveroChatViewController::sendMessage(const QString &text, const ZuveroImag
 void ZuveroChatViewController::showEvent(QShowEvent *event)
 {
     QWidget::showEvent(event);
+    d->updateAttachmentButton();
     if (d->visible || !d->rules)
         return;
     d->visible = true;

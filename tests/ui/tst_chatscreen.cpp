@@ -1,3 +1,4 @@
+#include "AttachmentsState.h"
 #include "ZVXDevServerSuite.h"
 #include "ZVXJSON.h"
 #include "ZVXManualClock.h"
@@ -11,10 +12,15 @@
 
 #include <QAbstractItemModel>
 #include <QApplication>
+#include <QDialogButtonBox>
+#include <QFileDialog>
 #include <QLabel>
+#include <QLineEdit>
 #include <QListView>
+#include <QMenu>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <malloc.h>
@@ -63,6 +69,7 @@ private Q_SLOTS:
     void cleanup();
     void screenIsConfiguredFromTheFacade();
     void typedMessageShowsBeforeTheServerAnswers();
+    void pickedPictureIsSentAsItsFile();
     void visibleScreenHoldsTheUnreadCountBack();
     void switchingUsersShowsOnlyTheirMessages();
     void pushOpensTheChat();
@@ -179,6 +186,55 @@ void TestChatScreen::typedMessageShowsBeforeTheServerAnswers()
                  .value(sent->uuid())
                  .toInt(),
              1);
+}
+
+void TestChatScreen::pickedPictureIsSentAsItsFile()
+{
+    QTemporaryDir files;
+    const QString path = files.filePath(u"square.png"_s);
+    QImage square(16, 16, QImage::Format_ARGB32);
+    square.fill(Qt::transparent);
+    QVERIFY(square.save(path, "PNG"));
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    const QByteArray bytes = file.readAll();
+    AttachmentsState::setUsageDescriptions({{u"NSPhotoLibraryUsageDescription"_s, u"Pictures"_s}});
+    const auto undeclare = qScopeGuard([] { AttachmentsState::setUsageDescriptions({}); });
+
+    auto zuvero = facade(u"photographer"_s);
+    zuvero->displayChatView();
+    QTRY_COMPARE(shownScreens().size(), 1);
+    auto *screen
+        = qobject_cast<ZuveroChatViewController *>(shownScreens().first()->rootViewController());
+    auto *attach = screen->findChild<QAbstractButton *>(u"attachmentButton"_s);
+    QTRY_VERIFY(attach && attach->isVisible());
+    QTest::mouseClick(attach, Qt::LeftButton);
+    QMenu *sheet = nullptr;
+    QTRY_VERIFY((sheet = qobject_cast<QMenu *>(QApplication::activePopupWidget())));
+    QAction *choose = sheet->actions().first();
+    QTest::mouseClick(sheet, Qt::LeftButton, {}, sheet->actionGeometry(choose).center());
+    QFileDialog *dialog = nullptr;
+    QTRY_VERIFY((dialog = screen->window()->findChild<QFileDialog *>(u"imagePickerDialog"_s)));
+    dialog->findChild<QLineEdit *>(u"fileNameEdit"_s)->setText(path);
+    QTest::mouseClick(
+        dialog->findChild<QDialogButtonBox *>(u"buttonBox"_s)->button(QDialogButtonBox::Open),
+        Qt::LeftButton);
+    QTRY_VERIFY(!screen->inputAccessoryView()->image().isNull());
+
+    // Sent as the file it was: a transparent PNG, not a re-encoded JPEG.
+    QTest::mouseClick(screen->findChild<QAbstractButton *>(u"sendButton"_s), Qt::LeftButton);
+    m_clock->advance(20ms);
+    const ZuveroChatMessagePtr sent = screen->chatView()->messages().last();
+    const auto attachments = sent->attachments().value_or(ZuveroChatAttachmentList());
+    QCOMPARE(attachments.size(), 1);
+    QCOMPARE(attachments.first()->contentType(), u"image/png"_s);
+    QCOMPARE(attachments.first()->data(), bytes);
+    QTRY_VERIFY_WITH_TIMEOUT(!sent->isOffline()
+                                 && zuvero->cachedConversation()
+                                        .value(ZuveroCachedConversationMessagesKey)
+                                        .value<ZuveroChatMessageList>()
+                                        .contains(sent),
+                             10000);
 }
 
 void TestChatScreen::visibleScreenHoldsTheUnreadCountBack()

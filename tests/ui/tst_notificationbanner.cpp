@@ -243,6 +243,12 @@ void TestNotificationBanner::clickOpensTheChat()
 void TestNotificationBanner::alongTheTopOfTheScreen()
 {
     m_ui->showBanner(agentMessage(QStringLiteral("Hi")), m_zuvero.get());
+    // While it slides in, the window covers only what the banner does, not a blank strip.
+    advanceTo(300);
+    QWidget *sliding = contentShowing(QStringLiteral("Hi"));
+    QVERIFY(sliding && sliding->y() < 0);
+    QCOMPARE(banner()->height(), sliding->geometry().bottom() + 1);
+
     advanceTo(500);
     QWidget *window = banner();
     QVERIFY(window && window->isVisible());

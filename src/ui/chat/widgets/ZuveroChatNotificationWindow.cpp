@@ -98,17 +98,19 @@ void animate(const QObject *context, std::chrono::milliseconds delay,
     runFrames(context, frames);
 }
 
-// Moves \a view vertically from \a from to \a to; a later slide of the same view stops this one.
+// Moves \a view vertically from \a from to \a to, telling \a moved at each frame; a later slide
+// of the same view stops this one.
 void slide(QWidget *view, std::chrono::milliseconds delay, int from, int to,
-           std::function<void()> done)
+           std::function<void()> moved, std::function<void()> done)
 {
     const quint32 id = view->property(SlideProperty).toUInt() + 1;
     view->setProperty(SlideProperty, id);
     animate(
         view, delay, SlideLength,
         [view, id] { return view->property(SlideProperty).toUInt() == id; },
-        [view, from, to](qreal t) {
+        [view, from, to, moved](qreal t) {
             view->move(view->x(), int(std::lround(from + (to - from) * t)));
+            moved();
         },
         std::move(done));
 }
@@ -148,8 +150,9 @@ protected:
         QPainter painter(this);
         painter.setRenderHint(QPainter::Antialiasing);
         const QPalette &colors = palette();
-        painter.fillRect(rect(), colors.color(QPalette::Window));
-        // A hairline below separates the banner from a window of the same colour under it.
+        // The page colour, not the window's: the banner stands out from the window under it, in a
+        // light theme and a dark one, and a hairline closes it at the bottom.
+        painter.fillRect(rect(), colors.color(QPalette::Base));
         painter.fillRect(QRect(0, height() - 1, width(), 1), colors.color(QPalette::Mid));
 
         const QRect column = columnRect(width());
@@ -167,7 +170,7 @@ protected:
         const int textWidth = column.right() + 1 - left;
         const QFontMetrics nameMetrics(nameFont());
         painter.setFont(nameFont());
-        painter.setPen(colors.color(QPalette::WindowText));
+        painter.setPen(colors.color(QPalette::Text));
         painter.drawText(QPoint(left, VerticalMargin + nameMetrics.ascent()),
                          nameMetrics.elidedText(m_name, Qt::ElideRight, textWidth));
 
@@ -281,6 +284,7 @@ void ZuveroChatNotificationWindow::presentView(QWidget *view)
         layoutContainer();
         view->setGeometry(m_container->rect());
         view->show();
+        fitToViews();
         hideAfterDelay();
         return;
     }
@@ -292,7 +296,10 @@ void ZuveroChatNotificationWindow::presentView(QWidget *view)
     const QRect place = m_container->rect();
     view->setGeometry(place.translated(0, -place.height()));
     view->show();
-    slide(view, SlideDelay, -place.height(), place.top(), [this] { hideAfterDelay(); });
+    fitToViews();
+    slide(
+        view, SlideDelay, -place.height(), place.top(), [this] { fitToViews(); },
+        [this] { hideAfterDelay(); });
 }
 
 void ZuveroChatNotificationWindow::dismissView()
@@ -302,7 +309,9 @@ void ZuveroChatNotificationWindow::dismissView()
     // Forgotten at once, so that a second dismissal finds nothing to do.
     QWidget *view = m_presented;
     m_presented = nullptr;
-    slide(view, 0ms, view->y(), -view->height(), [view] { view->deleteLater(); });
+    slide(
+        view, 0ms, view->y(), -view->height(), [this] { fitToViews(); },
+        [view] { view->deleteLater(); });
     fadeTo(0, FadeOutDelay, FadeOutLength);
 }
 
@@ -364,15 +373,28 @@ void ZuveroChatNotificationWindow::layoutContainer()
     m_screenChanged = connect(screen, &QScreen::geometryChanged, this,
                               &ZuveroChatNotificationWindow::layoutContainer);
     const QRect area = screen->geometry();
-    int height = 1;
+    int height = m_container->height();
     if (m_presented) {
         height = m_presented->hasHeightForWidth() ? m_presented->heightForWidth(area.width())
                                                   : m_presented->sizeHint().height();
     }
-    setGeometry(area.left(), area.top(), area.width(), std::max(1, height));
-    m_container->setGeometry(rect());
+    move(area.topLeft());
+    m_container->setGeometry(0, 0, area.width(), std::max(1, height));
     if (m_presented)
-        m_presented->resize(m_container->width(), m_container->height());
+        m_presented->resize(m_container->size());
+    fitToViews();
+}
+
+void ZuveroChatNotificationWindow::fitToViews()
+{
+    // The window ends where the banners do: while one slides, what it has not covered yet is the
+    // host's, not an empty strip of ours.
+    int bottom = 1;
+    for (QWidget *view : m_container->findChildren<QWidget *>(Qt::FindDirectChildrenOnly)) {
+        if (!view->isHidden())
+            bottom = std::max(bottom, view->geometry().bottom() + 1);
+    }
+    resize(m_container->width(), std::min(bottom, std::max(1, m_container->height())));
 }
 
 void ZuveroChatNotificationWindow::mouseReleaseEvent(QMouseEvent *event)

@@ -73,6 +73,7 @@ protected:
 
 private:
     void fadeTo(qreal opacity, std::chrono::milliseconds delay, std::chrono::milliseconds length);
+    void fitToViews();
     QScreen *targetScreen() const;
 
     QWidget *m_container = nullptr;

@@ -1,6 +1,7 @@
 #include "ZuveroChatNotificationWindow.h"
 
 #include "ZVXClock.h"
+#include "ZVXGenerationCounter.h"
 #include "ZVXLocalization.h"
 #include "ZVXLogging.h"
 #include "Zuvero.h"
@@ -232,6 +233,7 @@ ZuveroChatNotificationWindow::ZuveroChatNotificationWindow(QWidget *parent)
     : QWidget(parent,
               Qt::ToolTip | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint
                   | Qt::WindowDoesNotAcceptFocus)
+    , m_hideTimers(std::make_unique<ZVXGenerationCounter>())
     , m_fade(std::make_shared<quint32>(0))
 {
     setObjectName(QStringLiteral("notificationBanner"));
@@ -319,8 +321,8 @@ void ZuveroChatNotificationWindow::hideAfterDelay()
 {
     // Far-off stays still fit the clock's milliseconds.
     const double seconds = std::isfinite(m_duration) ? std::clamp(m_duration, 0.0, 1e9) : 0.0;
-    m_hideTimers.scheduleLast(std::chrono::milliseconds(std::llround(seconds * 1000)), this,
-                              [this] { dismissView(); });
+    m_hideTimers->scheduleLast(std::chrono::milliseconds(std::llround(seconds * 1000)), this,
+                               [this] { dismissView(); });
 }
 
 void ZuveroChatNotificationWindow::tap()

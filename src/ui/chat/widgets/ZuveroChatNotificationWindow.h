@@ -1,14 +1,16 @@
 #pragma once
 
-#include "ZVXGenerationCounter.h"
 #include "ZuveroChatMessage.h"
 #include "zuvero_export.h"
 
 #include <QPointer>
 #include <QWidget>
 
+#include <chrono>
 #include <memory>
 
+class QScreen;
+class ZVXGenerationCounter;
 class Zuvero;
 
 /*!
@@ -82,7 +84,7 @@ private:
     double m_duration = 2.0;
     qreal m_opacity = 0;
     // Per window, not per process: each facade's banner keeps its own stay.
-    ZVXGenerationCounter m_hideTimers;
+    std::unique_ptr<ZVXGenerationCounter> m_hideTimers;
     // A newer fade of the window stops the one running.
     std::shared_ptr<quint32> m_fade;
     QMetaObject::Connection m_screenChanged;

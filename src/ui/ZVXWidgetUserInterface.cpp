@@ -3,6 +3,7 @@
 #include "Toast.h"
 #include "ZVXLocalization.h"
 #include "Zuvero.h"
+#include "ZuveroChatNotificationWindow.h"
 #include "ZuveroChatViewController.h"
 #include "ZuveroNavigationController.h"
 
@@ -39,6 +40,7 @@ ZVXWidgetUserInterface::~ZVXWidgetUserInterface()
     // No screen took it: it is ours to delete.
     if (m_backgroundView && !m_backgroundView->parent())
         delete m_backgroundView;
+    delete m_banner;
 }
 
 QWidget *ZVXWidgetUserInterface::makeChatScreen(Zuvero *facade)
@@ -87,6 +89,15 @@ QWidget *ZVXWidgetUserInterface::backgroundView()
         m_backgroundView->setBackgroundRole(QPalette::Base);
     }
     return m_backgroundView;
+}
+
+void ZVXWidgetUserInterface::showBanner(const ZuveroChatMessagePtr &message, Zuvero *facade)
+{
+    // The log line stays: a host reading its log sees the message whether or not it was seen.
+    ZVXHeadlessUserInterface::showBanner(message, facade);
+    if (!m_banner)
+        m_banner = new ZuveroChatNotificationWindow;
+    m_banner->presentMessage(message, facade);
 }
 
 void ZVXWidgetUserInterface::showAlert(const ZVXAlert &alert)

@@ -6,6 +6,8 @@
 #include <QSize>
 #include <QWidget>
 
+class ZuveroChatNotificationWindow;
+
 /*!
     The user interface of a host with Qt Widgets. Alerts are message boxes,
     window-modal over the active window (application-modal when there is
@@ -13,7 +15,8 @@
     toasts are notices that take no focus and replace each other (Toast).
     The chat screen is a ZuveroChatViewController in a
     ZuveroNavigationController, presented as a window of its own over the
-    active window. The banner is still the headless one.
+    active window. A pushed message shows in the facade's own banner
+    (ZuveroChatNotificationWindow), and its log line as without widgets.
 */
 class ZUVERO_EXPORT ZVXWidgetUserInterface final : public ZVXHeadlessUserInterface
 {
@@ -22,6 +25,7 @@ public:
     QWidget *makeChatScreen(Zuvero *facade) override;
     void presentChatScreen(Zuvero *facade) override;
     QWidget *backgroundView() override;
+    void showBanner(const ZuveroChatMessagePtr &message, Zuvero *facade) override;
     void showAlert(const ZVXAlert &alert) override;
     void showToast(const QString &title, const QString &text, double seconds) override;
 
@@ -30,4 +34,5 @@ public:
 
 private:
     QPointer<QWidget> m_backgroundView;
+    QPointer<ZuveroChatNotificationWindow> m_banner;
 };

@@ -26,7 +26,7 @@ public:
 
     //! Forgets the faults still waiting and the request counters.
     bool reset();
-    //! A facade of the server for \a user (made unique to the facade), not yet registered.
+    //! A facade of the server for a new user named after \a user, not yet registered.
     std::unique_ptr<Zuvero> facade(const QString &user, const Zuvero::DelegatePtr &delegate = {});
     //! Registers \a zuvero now, so that its conversation exists on the server; false on failure.
     static bool registered(Zuvero *zuvero);

@@ -36,6 +36,8 @@ std::unique_ptr<ZVXUserInterface> ZVXUserInterface::make()
     return std::make_unique<ZVXHeadlessUserInterface>();
 }
 
+ZVXWidgetUserInterface::ZVXWidgetUserInterface() = default;
+
 ZVXWidgetUserInterface::~ZVXWidgetUserInterface()
 {
     // No screen took it: it is ours to delete.

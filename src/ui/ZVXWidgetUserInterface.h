@@ -27,6 +27,7 @@ class ZuveroChatNotificationWindow;
 class ZUVERO_EXPORT ZVXWidgetUserInterface final : public ZVXHeadlessUserInterface
 {
 public:
+    ZVXWidgetUserInterface();
     ~ZVXWidgetUserInterface() override;
     QWidget *makeChatScreen(Zuvero *facade) override;
     void presentChatScreen(Zuvero *facade) override;

@@ -45,5 +45,13 @@
         <source>zuveroLocationButtonTitle</source>
         <translation>Share Location</translation>
     </message>
+    <message>
+        <source>zuveroNotificationOpen</source>
+        <translation>Open</translation>
+    </message>
+    <message>
+        <source>zuveroNotificationReply</source>
+        <translation>Reply</translation>
+    </message>
 </context>
 </TS>

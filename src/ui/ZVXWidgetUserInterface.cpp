@@ -1,6 +1,7 @@
 #include "ZVXWidgetUserInterface.h"
 
 #include "Toast.h"
+#include "ZVXDesktopNotifications.h"
 #include "ZVXLocalization.h"
 #include "Zuvero.h"
 #include "ZuveroChatNotificationWindow.h"
@@ -34,6 +35,8 @@ std::unique_ptr<ZVXUserInterface> ZVXUserInterface::make()
         return std::make_unique<ZVXWidgetUserInterface>();
     return std::make_unique<ZVXHeadlessUserInterface>();
 }
+
+ZVXWidgetUserInterface::ZVXWidgetUserInterface() = default;
 
 ZVXWidgetUserInterface::~ZVXWidgetUserInterface()
 {
@@ -95,6 +98,22 @@ void ZVXWidgetUserInterface::showBanner(const ZuveroChatMessagePtr &message, Zuv
 {
     // The log line stays: a host reading its log sees the message whether or not it was seen.
     ZVXHeadlessUserInterface::showBanner(message, facade);
+    if (!ZVXDesktopNotifications::applicationInBackground()) {
+        showInAppBanner(message, facade);
+        return;
+    }
+    // The banner shows over the application's own windows only: behind another one, unseen.
+    if (!m_desktopNotifications)
+        m_desktopNotifications = std::make_unique<ZVXDesktopNotifications>();
+    m_desktopNotifications->show(message, facade,
+                                 [this, message, target = QPointer<Zuvero>(facade)] {
+                                     if (target)
+                                         showInAppBanner(message, target);
+                                 });
+}
+
+void ZVXWidgetUserInterface::showInAppBanner(const ZuveroChatMessagePtr &message, Zuvero *facade)
+{
     if (!m_banner)
         m_banner = new ZuveroChatNotificationWindow;
     m_banner->presentMessage(message, facade);

@@ -6,6 +6,9 @@
 #include <QSize>
 #include <QWidget>
 
+#include <memory>
+
+class ZVXDesktopNotifications;
 class ZuveroChatNotificationWindow;
 
 /*!
@@ -16,11 +19,15 @@ class ZuveroChatNotificationWindow;
     The chat screen is a ZuveroChatViewController in a
     ZuveroNavigationController, presented as a window of its own over the
     active window. A pushed message shows in the facade's own banner
-    (ZuveroChatNotificationWindow), and its log line as without widgets.
+    (ZuveroChatNotificationWindow) while the application is in front, and
+    as a desktop notification (ZVXDesktopNotifications) while it is not, or
+    in the banner when the desktop has no notification service; its log
+    line as without widgets.
 */
 class ZUVERO_EXPORT ZVXWidgetUserInterface final : public ZVXHeadlessUserInterface
 {
 public:
+    ZVXWidgetUserInterface();
     ~ZVXWidgetUserInterface() override;
     QWidget *makeChatScreen(Zuvero *facade) override;
     void presentChatScreen(Zuvero *facade) override;
@@ -33,6 +40,9 @@ public:
     static constexpr QSize PresentedSize{420, 640};
 
 private:
+    void showInAppBanner(const ZuveroChatMessagePtr &message, Zuvero *facade);
+
     QPointer<QWidget> m_backgroundView;
     QPointer<ZuveroChatNotificationWindow> m_banner;
+    std::unique_ptr<ZVXDesktopNotifications> m_desktopNotifications;
 };

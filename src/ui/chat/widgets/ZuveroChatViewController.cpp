@@ -9,8 +9,10 @@
 #include "ZVXMainThread.h"
 #include "ZVXWidgetUserInterface.h"
 #include "Zuvero.h"
+#include "ZuveroChatAttachmentViewController.h"
 #include "ZuveroChatInputAccessoryView.h"
 #include "ZuveroChatView.h"
+#include "ZuveroNavigationController.h"
 
 #include <QEvent>
 #include <QListView>
@@ -156,6 +158,21 @@ public:
             });
     }
 
+    //! The container the screen is shown in, if it is in one.
+    ZuveroNavigationController *navigationController() const
+    {
+        for (QWidget *up = q->parentWidget(); up; up = up->parentWidget())
+            if (auto *navigation = qobject_cast<ZuveroNavigationController *>(up))
+                return navigation;
+        return nullptr;
+    }
+
+    void endEditing()
+    {
+        if (QWidget *focus = q->focusWidget())
+            focus->clearFocus();
+    }
+
     ZuveroChatViewController *q;
     QPointer<Zuvero> facade;
     QWidget *background = nullptr;
@@ -201,6 +218,14 @@ ZuveroChatViewController::ZuveroChatViewController(QWidget *parent)
     d->listDelegate->chatViewOpenAttachment
         = [this](ZuveroChatView *, const ZuveroChatAttachmentPtr &attachment) {
               Q_EMIT attachmentActivated(attachment);
+              ZuveroNavigationController *navigation = d->navigationController();
+              if (!navigation || !attachment)
+                  return;
+              d->endEditing();
+              auto *viewer = new ZuveroChatAttachmentViewController;
+              viewer->setApiInstance(d->facade);
+              viewer->setAttachment(attachment);
+              navigation->pushViewController(viewer);
           };
     d->listDelegate->chatViewOpenLocation
         = [this](ZuveroChatView *, double latitude, double longitude, double radius) {

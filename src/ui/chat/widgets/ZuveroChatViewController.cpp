@@ -11,6 +11,7 @@
 #include "Zuvero.h"
 #include "ZuveroChatAttachmentViewController.h"
 #include "ZuveroChatInputAccessoryView.h"
+#include "ZuveroChatLocationViewController.h"
 #include "ZuveroChatView.h"
 #include "ZuveroNavigationController.h"
 
@@ -230,6 +231,15 @@ ZuveroChatViewController::ZuveroChatViewController(QWidget *parent)
     d->listDelegate->chatViewOpenLocation
         = [this](ZuveroChatView *, double latitude, double longitude, double radius) {
               Q_EMIT locationActivated(latitude, longitude, radius);
+              ZuveroNavigationController *navigation = d->navigationController();
+              if (!navigation)
+                  return;
+              d->endEditing();
+              auto *viewer = new ZuveroChatLocationViewController;
+              viewer->setApiInstance(d->facade);
+              viewer->setRadius(radius);
+              viewer->setLocation(ZuveroLocationCoordinate{latitude, longitude});
+              navigation->pushViewController(viewer);
           };
     d->chatView->setDelegate(d->listDelegate);
     connect(d->chatView, &ZuveroChatView::erroredMessageClicked, this, [] {

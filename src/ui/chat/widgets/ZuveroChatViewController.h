@@ -60,7 +60,8 @@ Q_SIGNALS:
         screen elsewhere opens the attachment from here.
     */
     void attachmentActivated(const ZuveroChatAttachmentPtr &attachment);
-    //! The user asked to open a shared place; \a radius in metres.
+    //! The user asked to open a shared place; \a radius in metres. Inside a
+    //! ZuveroNavigationController the screen pushes a ZuveroChatLocationViewController itself.
     void locationActivated(double latitude, double longitude, double radius);
 
 protected:

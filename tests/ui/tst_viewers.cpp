@@ -3,14 +3,17 @@
 #include "ZVXTemporaryUserDefaults.h"
 #include "Zuvero.h"
 #include "ZuveroChatAttachmentViewController.h"
+#include "ZuveroChatLocationViewController.h"
 #include "ZuveroChatView.h"
 #include "ZuveroChatViewController.h"
 #include "ZuveroNavigationController.h"
 
+#include <QApplication>
 #include <QBuffer>
 #include <QDesktopServices>
 #include <QDir>
 #include <QLabel>
+#include <QMouseEvent>
 #include <QPainter>
 #include <QPdfView>
 #include <QPdfWriter>
@@ -57,6 +60,18 @@ void keepScreenshot(const QImage &image, const QString &name)
     const QString folder = qEnvironmentVariable("ZUVERO_SCREENSHOT_DIR");
     if (!folder.isEmpty())
         image.save(QDir(folder).filePath(name + u".png"_s));
+}
+
+// The dev server's tiles are greenish grey in every shade; the map's background is plain grey.
+bool isTile(QColor pixel)
+{
+    return pixel.green() > pixel.red() && pixel.red() > pixel.blue();
+}
+
+bool isPin(QColor pixel)
+{
+    return qAbs(pixel.red() - 0xe5) < 8 && qAbs(pixel.green() - 0x39) < 8
+        && qAbs(pixel.blue() - 0x35) < 8;
 }
 
 bool nearly(QColor a, QColor b)
@@ -110,6 +125,8 @@ private Q_SLOTS:
     void failedLoadLeavesOnlyTheLabel();
     void otherFilesGoToTheDesktopByTheirOwnName();
     void chatScreenPushesTheViewer();
+    void mapShowsThePlaceUnderItsPin();
+    void mapWithoutAPlaceHasNoPin();
 
 private:
     std::unique_ptr<Zuvero> facade(const QString &user);
@@ -380,6 +397,73 @@ void TestViewers::chatScreenPushesTheViewer()
 
     QTest::mouseClick(navigation->findChild<QPushButton *>(u"backButton"_s), Qt::LeftButton);
     QCOMPARE(navigation->topViewController(), screen);
+
+    // A place opens its map the same way.
+    screen->chatView()->delegate().lock()->chatViewOpenLocation(screen->chatView(), 48.8566, 2.3522,
+                                                                500);
+    auto *map = qobject_cast<ZuveroChatLocationViewController *>(navigation->topViewController());
+    QVERIFY(map);
+    QCOMPARE(map->location()->latitude, 48.8566);
+    QCOMPARE(map->location()->longitude, 2.3522);
+    QCOMPARE(map->radius(), 500.0);
+}
+
+void TestViewers::mapShowsThePlaceUnderItsPin()
+{
+    auto zuvero = facade(u"traveller"_s);
+    m_window = std::make_unique<QWidget>();
+    auto *viewer = new ZuveroChatLocationViewController(m_window.get());
+    viewer->setApiInstance(zuvero.get());
+    viewer->setRadius(2000);
+    viewer->setLocation(ZuveroLocationCoordinate{48.8566, 2.3522});
+    m_window->resize(400, 520);
+    viewer->resize(m_window->size());
+    m_window->show();
+    QWidget *map = viewer->findChild<QWidget *>(u"mapView"_s);
+    const int x = map->width() / 2, tip = map->height() / 2;
+
+    // Tiles to every corner, the pin's body just above the centre and the ground just below.
+    QImage shown;
+    const auto pinAt = [&](int pinX) {
+        shown = map->grab().toImage();
+        return isPin(shown.pixelColor(pinX, tip - 3)) && isPin(shown.pixelColor(pinX, tip - 12))
+            && isTile(shown.pixelColor(pinX, tip + 2)) && isTile(shown.pixelColor(1, 1))
+            && isTile(shown.pixelColor(shown.width() - 2, shown.height() - 2));
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(pinAt(x), 10000);
+    keepScreenshot(viewer->grab().toImage(), u"viewer-map"_s);
+
+    // Dragged 100 pixels to the left, the place goes with it.
+    QTest::mousePress(map, Qt::LeftButton, {}, QPoint(x, tip));
+    QMouseEvent move(QEvent::MouseMove, QPointF(x - 100, tip),
+                     map->mapToGlobal(QPointF(x - 100, tip)), Qt::NoButton, Qt::LeftButton, {});
+    QApplication::sendEvent(map, &move);
+    QTest::mouseRelease(map, Qt::LeftButton, {}, QPoint(x - 100, tip));
+    QTRY_VERIFY_WITH_TIMEOUT(pinAt(x - 100), 10000);
+    QVERIFY(!isPin(shown.pixelColor(x, tip - 3)));
+
+    // One zoom level in, about the view's centre: twice as far from it.
+    QTest::mouseClick(viewer->findChild<QPushButton *>(u"zoomInButton"_s), Qt::LeftButton);
+    QTRY_VERIFY_WITH_TIMEOUT(pinAt(x - 200), 10000);
+}
+
+void TestViewers::mapWithoutAPlaceHasNoPin()
+{
+    auto zuvero = facade(u"wanderer"_s);
+    m_window = std::make_unique<QWidget>();
+    auto *viewer = new ZuveroChatLocationViewController(m_window.get());
+    viewer->setApiInstance(zuvero.get());
+    m_window->resize(400, 520);
+    viewer->resize(m_window->size());
+    m_window->show();
+    QWidget *map = viewer->findChild<QWidget *>(u"mapView"_s);
+    QImage shown;
+    QTRY_VERIFY_WITH_TIMEOUT((shown = map->grab().toImage(),
+                              isTile(shown.pixelColor(shown.width() / 2, shown.height() / 2))),
+                             10000);
+    for (int y = 0; y < shown.height(); y += 2)
+        for (int x = 0; x < shown.width(); x += 2)
+            QVERIFY(!isPin(shown.pixelColor(x, y)));
 }
 
 void TestViewers::cleanupTestCase()

@@ -11,8 +11,11 @@
 #include <QApplication>
 #include <QBuffer>
 #include <QDesktopServices>
+#include <QDialogButtonBox>
 #include <QDir>
+#include <QFileDialog>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPdfView>
@@ -21,6 +24,7 @@
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QStandardPaths>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QUuid>
 
@@ -283,6 +287,23 @@ void TestViewers::documentShowsItsContent()
     QTRY_VERIFY_WITH_TIMEOUT(shown->isVisible(), 10000);
     QVERIFY(!viewer->findChild<QLabel *>(u"notSupportedLabel"_s)->isVisible());
     QVERIFY(viewer->findChild<QPushButton *>(u"openWithButton"_s)->isEnabled());
+
+    // Save As writes the file as it came, under the name the user gives.
+    QTemporaryDir folder;
+    QTest::mouseClick(viewer->findChild<QPushButton *>(u"saveAsButton"_s), Qt::LeftButton);
+    QFileDialog *dialog = nullptr;
+    QTRY_VERIFY((dialog = viewer->findChild<QFileDialog *>(u"saveAsDialog"_s)));
+    QCOMPARE(dialog->windowModality(), Qt::WindowModal);
+    QCOMPARE(dialog->selectedFiles().value(0).section(u'/', -1), filename);
+    const QString target = folder.filePath(u"copy of "_s + filename);
+    dialog->findChild<QLineEdit *>(u"fileNameEdit"_s)->setText(target);
+    QTest::mouseClick(
+        dialog->findChild<QDialogButtonBox *>(u"buttonBox"_s)->button(QDialogButtonBox::Save),
+        Qt::LeftButton);
+    QFile saved(target);
+    QTRY_VERIFY(saved.exists());
+    QVERIFY(saved.open(QIODevice::ReadOnly));
+    QCOMPARE(saved.readAll(), bytes);
 
     if (auto *text = qobject_cast<QPlainTextEdit *>(shown)) {
         QCOMPARE(text->toPlainText().toUtf8(), bytes);

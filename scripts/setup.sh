@@ -17,6 +17,8 @@ packages=(
     qt6-base-dev qt6-base-dev-tools qt6-svg-dev qt6-l10n-tools qt6-image-formats-plugins
     # whether there is a camera to offer
     qt6-multimedia-dev
+    # PDF attachments
+    qt6-pdf-dev
     # crypto, test certificates, a private session bus for the badge test,
     # fonts for widgets rendered offscreen
     libssl-dev openssl dbus-daemon dbus-session-bus-common fonts-dejavu-core

@@ -321,16 +321,40 @@ void ZVXMapSnapshotter::cancel()
                                            QStringLiteral("The map picture was cancelled.")));
 }
 
-void ZVXMapSnapshotter::Private::fetch(QPoint tile, const QString &url)
+ZVXURLRequest ZVXMapSnapshotter::tileRequest(const QString &url, std::chrono::milliseconds timeout)
 {
     ZVXURLRequest request{QUrl(url)};
     request.setValue(userAgent(), "User-Agent");
     request.setValue("image/png,image/jpeg;q=0.9,image/webp;q=0.9", "Accept");
-    request.setTimeoutInterval(options.timeout);
+    request.setTimeoutInterval(timeout);
+    return request;
+}
+
+QImage ZVXMapSnapshotter::decodeTile(const ZVXURLSessionResult &result, const QString &url,
+                                     ZuveroError *error)
+{
+    DecodedTile decoded = ::decodeTile(result, url);
+    if (decoded.error) {
+        ZVXLogError(QStringLiteral("ZVXMapSnapshotter: tile %1 failed: %2")
+                        .arg(loggable(url), decoded.detail));
+        if (error)
+            *error = decoded.error;
+    }
+    return decoded.image;
+}
+
+void ZVXMapSnapshotter::drawPin(QPainter &painter, QPointF tip, qreal devicePixelRatio)
+{
+    ::drawPin(painter, tip, devicePixelRatio);
+}
+
+void ZVXMapSnapshotter::Private::fetch(QPoint tile, const QString &url)
+{
+    const ZVXURLRequest request = tileRequest(url, options.timeout);
     const QPointer<ZVXMapSnapshotter> self(q);
     const auto task = session->dataTask(
         request, [self, tile, url](const ZVXURLSessionResult &result) -> ZVXURLSession::Completion {
-            DecodedTile decoded = decodeTile(result, url);
+            DecodedTile decoded = ::decodeTile(result, url);
             return [self, tile, url, decoded = std::move(decoded)] {
                 if (self)
                     self->d->arrived(tile, url, decoded);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ZVXMapTiles.h"
+#include "ZVXURLRequest.h"
 #include "ZuveroError.h"
 
 #include <QHash>
@@ -13,7 +14,9 @@
 #include <functional>
 #include <memory>
 
+class QPainter;
 class ZVXMapTileCache;
+struct ZVXURLSessionResult;
 class ZVXURLSession;
 
 //! What a map picture shows and how large it is.
@@ -112,6 +115,18 @@ public:
     */
     static QImage render(const ZVXMapTiles::View &view, const QHash<QPoint, QImage> &tiles,
                          const QString &attribution);
+
+    // What an interactive map shares with the pictures: its tiles fetched, checked and decoded
+    // the same way, and the same pin.
+
+    //! The request for one tile: its URL, a User-Agent and an Accept field, never a token.
+    static ZVXURLRequest tileRequest(const QString &url, std::chrono::milliseconds timeout);
+    //! The tile in \a result, checked as above; a null image and \a error when it is unusable. Any
+    //! thread.
+    static QImage decodeTile(const ZVXURLSessionResult &result, const QString &url,
+                             ZuveroError *error = nullptr);
+    //! Draws the location pin with the point of its needle at \a tip.
+    static void drawPin(QPainter &painter, QPointF tip, qreal devicePixelRatio);
 
 private:
     struct Private;

@@ -58,6 +58,9 @@ public:
     QImage cachedLocationPreview(const ZuveroChatMessagePtr &message);
     QImage loadLocationPreview(const ZuveroChatMessagePtr &message, const QSize &size);
 
+    //! The map tiles the pictures of locations were made of, for the location viewer to reuse.
+    ZVXMapTileCache *tileCache() const { return m_tiles.get(); }
+
     //! Forgets every cached picture, failure and load under way (which then report nothing).
     void removeAll();
 

@@ -271,11 +271,7 @@ std::optional<ZVXURLRequest> ZuveroConnectionPrivate::cacheableRequestWithURL(co
     request.setTimeoutInterval(std::chrono::seconds(60));
     // The token goes only to the server it was made for, over TLS: a file address names any
     // host the server (or whoever wrote the message) chose.
-    const QUrl server = apiURLWithPath(QString());
-    const bool ours = url.scheme() == QLatin1String("https")
-        && url.host().compare(server.host(), Qt::CaseInsensitive) == 0
-        && url.port(443) == server.port(443);
-    const std::optional<QString> jwt = ours && api() ? api()->jwt() : std::nullopt;
+    const std::optional<QString> jwt = isServerURL(url) && api() ? api()->jwt() : std::nullopt;
     if (jwt) {
         QString query = url.query(QUrl::FullyEncoded);
         if (!query.isEmpty())
@@ -286,6 +282,29 @@ std::optional<ZVXURLRequest> ZuveroConnectionPrivate::cacheableRequestWithURL(co
         // A plain request: the file session's own policy and time-out apply.
         request = ZVXURLRequest(withToken);
     }
+    request.setHTTPMethod("GET");
+    return request;
+}
+
+bool ZuveroConnectionPrivate::isServerURL(const QUrl &url) const
+{
+    const QUrl server = apiURLWithPath(QString());
+    return url.scheme() == QLatin1String("https")
+        && url.host().compare(server.host(), Qt::CaseInsensitive) == 0
+        && url.port(443) == server.port(443);
+}
+
+std::optional<ZVXURLRequest> ZuveroConnectionPrivate::fileRequestWithURL(const QUrl &url) const
+{
+    if (url.isEmpty())
+        return std::nullopt;
+    QUrl address = url;
+    // The server reads the token from whatever follows the address as written, so it is
+    // appended rather than merged into a query the address may already have.
+    if (const std::optional<QString> jwt = isServerURL(url) && api() ? api()->jwt() : std::nullopt)
+        address = QUrl(url.toString(QUrl::FullyEncoded) + QStringLiteral("?jwt=") + *jwt,
+                       QUrl::StrictMode);
+    ZVXURLRequest request(address);
     request.setHTTPMethod("GET");
     return request;
 }
@@ -752,6 +771,60 @@ void ZuveroConnection::loadAttachmentDocument(const ZuveroChatAttachmentPtr &att
 {
     ZVXMainThread::assertMainThread();
     d->previews->loadAttachmentDocument(attachment, std::move(completion));
+}
+
+void ZuveroConnection::loadAttachmentFile(const ZuveroChatAttachmentPtr &attachment,
+                                          FileCompletion completion)
+{
+    ZVXMainThread::assertMainThread();
+    const auto cannotOpen = [](const QString &description) {
+        return ZuveroError::withDescription(QString(ZuveroErrorDomain),
+                                            ZuveroErrorAttachmentCannotBeOpened,
+                                            ZVXLocalization::hostString(description));
+    };
+    if (!attachment) {
+        if (completion)
+            completion(std::nullopt, cannotOpen(QStringLiteral("There is no attachment.")));
+        return;
+    }
+    if (const std::optional<QByteArray> data = attachment->data()) {
+        if (completion)
+            completion(data, {});
+        return;
+    }
+    const std::optional<ZVXURLRequest> request = d->fileRequestWithURL(attachment->dataURL());
+    if (!request) {
+        if (completion)
+            completion(std::nullopt, cannotOpen(QStringLiteral("Missing dataURL for attachment.")));
+        return;
+    }
+    std::function<void()> end = d->beginNetworkActivity();
+    const QUrl url = attachment->dataURL();
+    auto task = d->fileLoadingSession->dataTask(
+        *request, [completion, end, url, cannotOpen](const ZVXURLSessionResult &result) {
+            const int status = result.response ? result.response->statusCode : 0;
+            std::optional<QByteArray> bytes;
+            ZuveroError error = result.error;
+            if (result.data && error.isNull() && status >= 200 && status < 300) {
+                bytes = result.data;
+            } else {
+                ZVXLog(QStringLiteral("ZuveroConnection: failed to load file: %1 Response code: "
+                                      "%2 Error: %3")
+                           .arg(url.toDisplayString(QUrl::RemoveQuery))
+                           .arg(status)
+                           .arg(describeError(result.error)));
+                if (error.isNull())
+                    error = cannotOpen(
+                        QStringLiteral("The file could not be downloaded (HTTP status %1).")
+                            .arg(status));
+            }
+            return [completion, end, bytes, error] {
+                end();
+                if (completion)
+                    completion(bytes, error);
+            };
+        });
+    task->resume();
 }
 
 QImage ZuveroConnection::cachedLocationPreview(const ZuveroChatMessagePtr &message)

@@ -57,6 +57,8 @@ public:
     using Progress = std::function<void(double upload, double download)>;
     using DocumentCompletion
         = std::function<void(const ZuveroImagePtr &document, const ZuveroError &error)>;
+    using FileCompletion
+        = std::function<void(const std::optional<QByteArray> &bytes, const ZuveroError &error)>;
 
     //! A connection reading its settings from \a api, which it does not own.
     static ZuveroConnection *initWithAPI(ZVXConnectionAPI *api, QObject *parent = nullptr);
@@ -110,6 +112,14 @@ public:
     */
     void loadAttachmentDocument(const ZuveroChatAttachmentPtr &attachment,
                                 DocumentCompletion completion);
+    /*!
+        The file of \a attachment as it is: its own bytes, or downloaded from
+        its dataURL with "?jwt=" and the token appended to the address as
+        written, even after a query of its own (the token goes only to the
+        chat server, over HTTPS). \a completion runs once on the main thread;
+        a reply other than 2xx ends with ZuveroErrorAttachmentCannotBeOpened.
+    */
+    void loadAttachmentFile(const ZuveroChatAttachmentPtr &attachment, FileCompletion completion);
     //! The map picture of \a message's location held in memory; never draws.
     QImage cachedLocationPreview(const ZuveroChatMessagePtr &message);
     /*!

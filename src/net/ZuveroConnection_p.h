@@ -88,6 +88,10 @@ public:
     ZVXURLRequest requestWithPath(const QString &path) const;
     //! A GET for a file the server named, the token in its query; nothing without a URL.
     std::optional<ZVXURLRequest> cacheableRequestWithURL(const QUrl &url) const;
+    //! A GET for a whole file: "?jwt=<token>" appended to the address as written.
+    std::optional<ZVXURLRequest> fileRequestWithURL(const QUrl &url) const;
+    //! Whether the token may go to \a url: the chat server itself, over HTTPS.
+    bool isServerURL(const QUrl &url) const;
 
     /*!
         The JSON value (an object or an array) of a reply, or nothing after

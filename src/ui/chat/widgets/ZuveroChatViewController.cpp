@@ -9,8 +9,11 @@
 #include "ZVXMainThread.h"
 #include "ZVXWidgetUserInterface.h"
 #include "Zuvero.h"
+#include "ZuveroChatAttachmentViewController.h"
 #include "ZuveroChatInputAccessoryView.h"
+#include "ZuveroChatLocationViewController.h"
 #include "ZuveroChatView.h"
+#include "ZuveroNavigationController.h"
 
 #include <QEvent>
 #include <QListView>
@@ -156,6 +159,21 @@ public:
             });
     }
 
+    //! The container the screen is shown in, if it is in one.
+    ZuveroNavigationController *navigationController() const
+    {
+        for (QWidget *up = q->parentWidget(); up; up = up->parentWidget())
+            if (auto *navigation = qobject_cast<ZuveroNavigationController *>(up))
+                return navigation;
+        return nullptr;
+    }
+
+    void endEditing()
+    {
+        if (QWidget *focus = q->focusWidget())
+            focus->clearFocus();
+    }
+
     ZuveroChatViewController *q;
     QPointer<Zuvero> facade;
     QWidget *background = nullptr;
@@ -201,10 +219,27 @@ ZuveroChatViewController::ZuveroChatViewController(QWidget *parent)
     d->listDelegate->chatViewOpenAttachment
         = [this](ZuveroChatView *, const ZuveroChatAttachmentPtr &attachment) {
               Q_EMIT attachmentActivated(attachment);
+              ZuveroNavigationController *navigation = d->navigationController();
+              if (!navigation || !attachment)
+                  return;
+              d->endEditing();
+              auto *viewer = new ZuveroChatAttachmentViewController;
+              viewer->setApiInstance(d->facade);
+              viewer->setAttachment(attachment);
+              navigation->pushViewController(viewer);
           };
     d->listDelegate->chatViewOpenLocation
         = [this](ZuveroChatView *, double latitude, double longitude, double radius) {
               Q_EMIT locationActivated(latitude, longitude, radius);
+              ZuveroNavigationController *navigation = d->navigationController();
+              if (!navigation)
+                  return;
+              d->endEditing();
+              auto *viewer = new ZuveroChatLocationViewController;
+              viewer->setApiInstance(d->facade);
+              viewer->setRadius(radius);
+              viewer->setLocation(ZuveroLocationCoordinate{latitude, longitude});
+              navigation->pushViewController(viewer);
           };
     d->chatView->setDelegate(d->listDelegate);
     connect(d->chatView, &ZuveroChatView::erroredMessageClicked, this, [] {

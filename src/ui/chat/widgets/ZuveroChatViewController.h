@@ -53,9 +53,15 @@ public:
     void sendMessage(const QString &text, const ZuveroImagePtr &image);
 
 Q_SIGNALS:
-    //! The user asked to open an attachment's bubble.
+    /*!
+        The user asked to open an attachment's bubble. Inside a
+        ZuveroNavigationController the screen pushes a
+        ZuveroChatAttachmentViewController itself; a host that places the
+        screen elsewhere opens the attachment from here.
+    */
     void attachmentActivated(const ZuveroChatAttachmentPtr &attachment);
-    //! The user asked to open a shared place; \a radius in metres.
+    //! The user asked to open a shared place; \a radius in metres. Inside a
+    //! ZuveroNavigationController the screen pushes a ZuveroChatLocationViewController itself.
     void locationActivated(double latitude, double longitude, double radius);
 
 protected:

@@ -1,0 +1,80 @@
+#pragma once
+
+#include "ZVXMapTiles.h"
+
+#include <QHash>
+#include <QPointer>
+#include <QSet>
+#include <QWidget>
+
+#include <memory>
+#include <optional>
+
+class ZVXMapTileCache;
+class ZVXURLSession;
+class ZVXURLSessionTask;
+
+/*!
+    An interactive map of slippy-map tiles: dragging moves it, the wheel and
+    zoomIn() / zoomOut() zoom it by whole levels, about the point under the
+    pointer (the view's centre for the buttons). Tiles come from the shared
+    cache when there, otherwise through the session, and go into the cache
+    for the pictures of locations to reuse. An optional pin marks a place.
+*/
+class ZUVERO_EXPORT ZVXTileMapView : public QWidget
+{
+    Q_OBJECT
+
+public:
+    //! Tiles from \a urlTemplate; \a session and \a cache are not owned and may go first.
+    ZVXTileMapView(ZVXURLSession *session, ZVXMapTileCache *cache, const QString &urlTemplate,
+                   QWidget *parent = nullptr);
+    ~ZVXTileMapView() override;
+
+    /*!
+        Centres the map on \a centre at the largest zoom at which \a metres
+        north to south and east to west fit in the view (its current size,
+        or its size when it is first laid out).
+    */
+    void setRegion(ZVXMapTiles::Coordinate centre, double metres);
+    ZVXMapTiles::Coordinate centre() const;
+    int zoom() const { return m_zoom; }
+    void setZoom(int zoom);
+    void zoomIn();
+    void zoomOut();
+
+    std::optional<ZVXMapTiles::Coordinate> pin() const { return m_pin; }
+    void setPin(const std::optional<ZVXMapTiles::Coordinate> &pin);
+    //! The tile server's credit, drawn in the bottom-right corner.
+    void setAttribution(const QString &attribution);
+
+protected:
+    void paintEvent(QPaintEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
+    void wheelEvent(QWheelEvent *event) override;
+    void mousePressEvent(QMouseEvent *event) override;
+    void mouseMoveEvent(QMouseEvent *event) override;
+    void mouseReleaseEvent(QMouseEvent *event) override;
+
+private:
+    void zoomAbout(int zoom, QPointF anchor);
+    QImage tile(int zoom, qint64 column, qint64 row);
+    void fetch(const QString &url);
+
+    QPointer<ZVXURLSession> m_session;
+    QPointer<ZVXMapTileCache> m_cache;
+    QString m_urlTemplate;
+    QString m_attribution;
+    // The centre in world pixels at m_zoom.
+    QPointF m_centre;
+    int m_zoom = 2;
+    // A region asked for before the view had a size.
+    std::optional<std::pair<ZVXMapTiles::Coordinate, double>> m_pendingRegion;
+    std::optional<ZVXMapTiles::Coordinate> m_pin;
+    // Tiles held here too: the shared cache may drop them while they are on screen.
+    QHash<QString, QImage> m_tiles;
+    QHash<QString, std::shared_ptr<ZVXURLSessionTask>> m_requests;
+    QSet<QString> m_failed;
+    QPointF m_dragFrom;
+    bool m_dragging = false;
+};

@@ -166,6 +166,8 @@ void TestViewers::init()
 void TestViewers::cleanup()
 {
     m_window.reset();
+    // What the closed viewers handed to deleteLater() goes now, not after the last test.
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     m_clock.reset();
     m_defaults.reset();
 }

@@ -70,7 +70,8 @@ void ZuveroChatLocationViewControllerPrivate::makeMap()
     if (facade)
         made->setAttribution(facade->mapTileAttribution());
     if (map) {
-        layout->replaceWidget(map, made);
+        // The layout hands back the replaced item: ours to delete.
+        delete layout->replaceWidget(map, made);
         delete map;
     } else {
         layout->insertWidget(0, made, 1);

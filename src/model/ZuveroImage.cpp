@@ -48,7 +48,15 @@ QImage decode(const QByteArray &raw, const QSize &largestSize, qint64 maximumPix
         // Decoders that can (JPEG) then skip the detail instead of making and dropping it.
         reader.setScaledSize(declared.scaled(largestSize, Qt::KeepAspectRatio).expandedTo({1, 1}));
     }
-    return reader.read();
+    QImage image = reader.read();
+    // Not every decoder scales as it reads (GIF's does not): what still exceeds the size is
+    // brought to it here, within the pixel count checked above.
+    if (largestSize.isValid() && !image.isNull()
+        && (image.width() > largestSize.width() || image.height() > largestSize.height()))
+        image
+            = image.scaled(image.size().scaled(largestSize, Qt::KeepAspectRatio).expandedTo({1, 1}),
+                           Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    return image;
 }
 
 } // namespace

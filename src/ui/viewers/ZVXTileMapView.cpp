@@ -29,7 +29,6 @@ ZVXTileMapView::ZVXTileMapView(ZVXURLSession *session, ZVXMapTileCache *cache,
     , m_cache(cache)
     , m_urlTemplate(urlTemplate)
 {
-    setCursor(Qt::OpenHandCursor);
     setMinimumSize(64, 64);
     m_centre = ZVXMapTiles::worldPixel({}, m_zoom);
 }
@@ -210,22 +209,17 @@ void ZVXTileMapView::wheelEvent(QWheelEvent *event)
 
 void ZVXTileMapView::mousePressEvent(QMouseEvent *event)
 {
-    if (event->button() != Qt::LeftButton) {
+    if (!m_drag.press(event))
         QWidget::mousePressEvent(event);
-        return;
-    }
-    m_dragging = true;
-    m_dragFrom = event->position();
-    setCursor(Qt::ClosedHandCursor);
 }
 
 void ZVXTileMapView::mouseMoveEvent(QMouseEvent *event)
 {
-    if (!m_dragging)
+    const std::optional<QPointF> moved = m_drag.move(event);
+    if (!moved)
         return;
     m_pendingRegion.reset();
-    m_centre -= event->position() - m_dragFrom;
-    m_dragFrom = event->position();
+    m_centre -= *moved;
     // North and south end at the world's edges; east and west go round.
     const qreal world = qreal(ZVXMapTiles::tileCount(m_zoom)) * TileSize;
     m_centre.setY(std::clamp(m_centre.y(), 0.0, world));
@@ -235,8 +229,5 @@ void ZVXTileMapView::mouseMoveEvent(QMouseEvent *event)
 
 void ZVXTileMapView::mouseReleaseEvent(QMouseEvent *event)
 {
-    if (event->button() == Qt::LeftButton) {
-        m_dragging = false;
-        setCursor(Qt::OpenHandCursor);
-    }
+    m_drag.release(event);
 }

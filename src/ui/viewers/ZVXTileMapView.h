@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ZVXDragPan.h"
+
 #include "ZVXMapTiles.h"
 
 #include <QHash>
@@ -75,6 +77,5 @@ private:
     QHash<QString, QImage> m_tiles;
     QHash<QString, std::shared_ptr<ZVXURLSessionTask>> m_requests;
     QSet<QString> m_failed;
-    QPointF m_dragFrom;
-    bool m_dragging = false;
+    ZVXDragPan m_drag{this};
 };

@@ -25,7 +25,6 @@ ZVXZoomImageView::ZVXZoomImageView(QWidget *parent)
     white.setColor(QPalette::Window, Qt::white);
     setPalette(white);
     grabGesture(Qt::PinchGesture);
-    setCursor(Qt::OpenHandCursor);
 }
 
 void ZVXZoomImageView::setImage(const QImage &image)
@@ -141,29 +140,21 @@ void ZVXZoomImageView::wheelEvent(QWheelEvent *event)
 
 void ZVXZoomImageView::mousePressEvent(QMouseEvent *event)
 {
-    if (event->button() != Qt::LeftButton) {
+    if (!m_drag.press(event))
         QWidget::mousePressEvent(event);
-        return;
-    }
-    m_dragging = true;
-    m_dragFrom = event->position();
-    setCursor(Qt::ClosedHandCursor);
 }
 
 void ZVXZoomImageView::mouseMoveEvent(QMouseEvent *event)
 {
-    if (!m_dragging)
+    const std::optional<QPointF> moved = m_drag.move(event);
+    if (!moved)
         return;
-    m_offset += event->position() - m_dragFrom;
-    m_dragFrom = event->position();
+    m_offset += *moved;
     clampOffset();
     update();
 }
 
 void ZVXZoomImageView::mouseReleaseEvent(QMouseEvent *event)
 {
-    if (event->button() == Qt::LeftButton) {
-        m_dragging = false;
-        setCursor(Qt::OpenHandCursor);
-    }
+    m_drag.release(event);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ZVXDragPan.h"
+
 #include "zuvero_export.h"
 
 #include <QImage>
@@ -49,6 +51,5 @@ private:
     // The zoom relative to the fitted size, and the picture's centre relative to the view's.
     qreal m_zoom = 1;
     QPointF m_offset;
-    QPointF m_dragFrom;
-    bool m_dragging = false;
+    ZVXDragPan m_drag{this};
 };

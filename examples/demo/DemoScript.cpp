@@ -99,6 +99,7 @@ void DemoScript::plan()
              note(QStringLiteral("first window %1 ms after the process started")
                       .arg(qApp->property("demoFirstWindowMs").toLongLong()));
              screenshot(QStringLiteral("01-shop"), m_window);
+             noteMemory(QStringLiteral("with the shop only"));
              m_window->contactButton()->click();
          },
          [this] { return chat() && chat()->isVisible() && messageList() && settled(5); }},
@@ -201,7 +202,7 @@ void DemoScript::plan()
              screenshot(QStringLiteral("10-arabic-shop"), m_window);
              screenshot(QStringLiteral("11-arabic-chat"), chat());
              DemoLanguage::apply(QStringLiteral("en"));
-             noteMemory();
+             noteMemory(QStringLiteral("with the chat open"));
              noteConversation();
          },
          [this] { return settled(1); }},
@@ -310,7 +311,7 @@ void DemoScript::screenshotWithBanner(const QString &name)
              .arg(picture.height()));
 }
 
-void DemoScript::noteMemory()
+void DemoScript::noteMemory(const QString &when)
 {
     QFile status(QStringLiteral("/proc/self/status"));
     if (!status.open(QIODevice::ReadOnly | QIODevice::Text))
@@ -322,7 +323,8 @@ void DemoScript::noteMemory()
             QRegularExpression::MultilineOption);
         return pattern.match(text).captured(1).toLongLong() / 1024.0;
     };
-    note(QStringLiteral("memory with the chat open: %1 MiB resident, %2 MiB at most")
+    note(QStringLiteral("memory %1: %2 MiB resident, %3 MiB at most")
+             .arg(when)
              .arg(value("VmRSS"), 0, 'f', 1)
              .arg(value("VmHWM"), 0, 'f', 1));
 }

@@ -55,7 +55,7 @@ private:
     void fail(const QString &why);
     void screenshot(const QString &name, QWidget *window);
     void screenshotWithBanner(const QString &name);
-    void noteMemory();
+    void noteMemory(const QString &when);
     void noteConversation();
 
     QWidget *chat() const;

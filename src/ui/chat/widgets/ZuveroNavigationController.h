@@ -2,6 +2,7 @@
 
 #include "zuvero_export.h"
 
+#include <QPointer>
 #include <QWidget>
 
 class QLabel;
@@ -55,6 +56,7 @@ Q_SIGNALS:
 
 private:
     void updateBar();
+    void focusInto(QWidget *screen);
 
     QWidget *m_bar = nullptr;
     QLabel *m_title = nullptr;
@@ -62,4 +64,6 @@ private:
     QPushButton *m_done = nullptr;
     QStackedWidget *m_stack = nullptr;
     QWidget *m_titleView = nullptr;
+    //! For each screen under the top one, the widget that had the keyboard when it was covered.
+    QList<QPointer<QWidget>> m_returnFocus;
 };

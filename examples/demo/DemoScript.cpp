@@ -206,6 +206,30 @@ void DemoScript::plan()
              noteConversation();
          },
          [this] { return settled(1); }},
+        {QStringLiteral("switch to another user from the Account menu"),
+         [this] {
+             // The dialog runs its own event loop; the script goes on inside it.
+             QMetaObject::invokeMethod(m_window, &DemoShopWindow::askForUser, Qt::QueuedConnection);
+         },
+         [] { return QApplication::activeModalWidget() != nullptr; }},
+        {QStringLiteral("enter the new identity"),
+         [this] {
+             QWidget *dialog = QApplication::activeModalWidget();
+             const auto replace = [this, dialog](const char *field, const QString &text) {
+                 auto *edit = dialog->findChild<QWidget *>(QLatin1String(field));
+                 edit->setFocus();
+                 press(edit, Qt::Key_A, Qt::ControlModifier);
+                 typeInto(edit, text);
+             };
+             replace("userIdentifierField", QStringLiteral("second-user"));
+             replace("userNameField", QStringLiteral("Sam"));
+             m_registered = false;
+             press(dialog->focusWidget(), Qt::Key_Return);
+         },
+         [this] { return m_registered && !chat() && !QApplication::activeModalWidget(); }},
+        {QStringLiteral("the new user's chat is their own: empty"),
+         [this] { m_window->contactButton()->click(); },
+         [this] { return chat() && chat()->isVisible() && messageList() && settled(5); }},
     };
 }
 
@@ -218,6 +242,12 @@ void DemoScript::next()
     m_stepStarted = m_clock.elapsed();
     if (m_index >= m_steps.size()) {
         m_poll.stop();
+        screenshot(QStringLiteral("12-other-user-chat"), chat());
+        const int messages = rowsOfKind(ZuveroChatViewItemKindUserMessage)
+            + rowsOfKind(ZuveroChatViewItemKindAgentMessage);
+        note(QStringLiteral("signed in as %1: %2 messages in the chat")
+                 .arg(m_host->zuvero()->userName().value_or(QString()))
+                 .arg(messages));
         note(QStringLiteral("done: %1 screenshots").arg(m_screenshots));
         Q_EMIT finished(true);
         return;

@@ -6,6 +6,7 @@
 #include "Zuvero.h"
 #include "ZuveroConnection_p.h"
 
+#include <QGeoPositionInfoSource>
 #include <QHBoxLayout>
 #include <QPointer>
 #include <QPushButton>
@@ -28,6 +29,10 @@ public:
     double radius = ZVXPreviews::DefaultLocationSpan;
     QVBoxLayout *layout = nullptr;
     ZVXTileMapView *map = nullptr;
+    QPointer<QGeoPositionInfoSource> positionSource;
+    bool positionSourceSet = false;
+    bool positioningStarted = false;
+    std::optional<ZVXMapTiles::Coordinate> position;
 };
 
 ZuveroChatLocationViewController::ZuveroChatLocationViewController(QWidget *parent)
@@ -77,6 +82,7 @@ void ZuveroChatLocationViewControllerPrivate::makeMap()
         layout->insertWidget(0, made, 1);
     }
     map = made;
+    map->setUserLocation(position);
     showRegion();
 }
 
@@ -126,4 +132,35 @@ void ZuveroChatLocationViewController::setRadius(double metres)
 {
     d->radius = metres > 0 ? metres : ZVXPreviews::DefaultLocationSpan;
     d->showRegion();
+}
+
+void ZuveroChatLocationViewController::setPositionSource(QGeoPositionInfoSource *source)
+{
+    if (d->positionSource && d->positionSource != source)
+        d->positionSource->stopUpdates();
+    d->positionSource = source;
+    d->positionSourceSet = true;
+    if (source)
+        source->setParent(this);
+}
+
+void ZuveroChatLocationViewController::showEvent(QShowEvent *event)
+{
+    QWidget::showEvent(event);
+    if (d->positioningStarted)
+        return;
+    d->positioningStarted = true;
+    if (!d->positionSourceSet)
+        d->positionSource = QGeoPositionInfoSource::createDefaultSource(this);
+    if (!d->positionSource)
+        return;
+    connect(d->positionSource, &QGeoPositionInfoSource::positionUpdated, this,
+            [this](const QGeoPositionInfo &info) {
+                if (!info.isValid())
+                    return;
+                d->position = ZVXMapTiles::Coordinate{info.coordinate().latitude(),
+                                                      info.coordinate().longitude()};
+                d->map->setUserLocation(d->position);
+            });
+    d->positionSource->startUpdates();
 }

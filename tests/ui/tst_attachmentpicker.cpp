@@ -8,11 +8,11 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QBuffer>
+#include <QCameraDevice>
 #include <QDialogButtonBox>
 #include <QFileDialog>
 #include <QLabel>
 #include <QLineEdit>
-#include <QCameraDevice>
 #include <QMediaDevices>
 #include <QMenu>
 #include <QMessageBox>

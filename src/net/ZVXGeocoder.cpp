@@ -1,6 +1,7 @@
 #include "ZVXGeocoder.h"
 
 #include "ZVXLogging.h"
+#include "ZVXMainThread.h"
 #include "ZVXMapSnapshotter.h"
 #include "ZVXURLSession.h"
 
@@ -186,13 +187,12 @@ void ZVXGeocoder::ask(Kind kind, Question &question, const QString &path,
         ZVXLogError(QStringLiteral("ZVXGeocoder: cannot ask \"%1\": %2")
                         .arg(loggable(url), error.localizedDescription()));
         // Still after the caller returns, as any other answer.
-        QMetaObject::invokeMethod(
-            this,
-            [this, &question, generation, completion, error] {
+        ZVXMainThread::async(
+            [&question, generation, completion, error] {
                 if (question.generation == generation && completion)
                     completion({}, error);
             },
-            Qt::QueuedConnection);
+            this);
         return;
     }
     // Encoded by hand: "+" and "&" in a typed address must reach the server as themselves.

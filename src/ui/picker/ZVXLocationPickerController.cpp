@@ -7,12 +7,12 @@
 #include "ZVXLogging.h"
 #include "ZVXPreviews.h"
 #include "ZVXTileMapView.h"
+#include "ZVXUserPosition.h"
 #include "Zuvero.h"
 #include "ZuveroConnection_p.h"
 #include "ZuveroUserDefaults.h"
 
 #include <QCloseEvent>
-#include <QGeoPositionInfoSource>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
@@ -89,7 +89,6 @@ public:
     void regionChanged();
     void lookUpAddress();
     void showAddress(const QString &fallback = {});
-    void startPositioning();
     void positionUpdated(ZVXMapTiles::Coordinate at);
     void searchEdited(const QString &typed);
     void runSearch();
@@ -114,10 +113,7 @@ public:
     QLabel *addressLabel = nullptr;
     QPushButton *myPositionButton = nullptr;
 
-    QPointer<QGeoPositionInfoSource> positionSource;
-    bool positionSourceSet = false;
-    bool positioningStarted = false;
-    std::optional<ZVXMapTiles::Coordinate> position;
+    ZVXUserPosition *userPosition = nullptr;
     //! The user moved the map, or chose a place: a position that comes later leaves it.
     bool userPlaced = false;
 
@@ -154,11 +150,7 @@ ZVXLocationPickerController::ZVXLocationPickerController(Zuvero *facade, QWidget
         d->showRegion({20, 0}, 20'000'000);
 }
 
-ZVXLocationPickerController::~ZVXLocationPickerController()
-{
-    if (d->positionSource)
-        d->positionSource->stopUpdates();
-}
+ZVXLocationPickerController::~ZVXLocationPickerController() = default;
 
 void ZVXLocationPickerControllerPrivate::build()
 {
@@ -257,11 +249,14 @@ void ZVXLocationPickerControllerPrivate::build()
         = button("myPositionButton", text("zuveroMyPositionTitle"), text("zuveroMyPositionTitle"));
     myPositionButton->setEnabled(false);
     QObject::connect(myPositionButton, &QPushButton::clicked, q, [this] {
-        if (!position)
-            return;
-        userPlaced = true;
-        showRegion(*position, ZVXLocationPickerController::PlaceSpan);
+        if (const std::optional<ZVXMapTiles::Coordinate> at = userPosition->position()) {
+            userPlaced = true;
+            showRegion(*at, ZVXLocationPickerController::PlaceSpan);
+        }
     });
+    userPosition = new ZVXUserPosition(q);
+    QObject::connect(userPosition, &ZVXUserPosition::positionUpdated, q,
+                     [this](ZVXMapTiles::Coordinate at) { positionUpdated(at); });
     barLayout->addStretch(1);
     QObject::connect(
         button("cancelButton", text("zuveroCancelButtonTitle"), text("zuveroCancelButtonTitle")),
@@ -322,37 +317,9 @@ void ZVXLocationPickerControllerPrivate::showAddress(const QString &fallback)
     addressLabel->setText(line + u'\n' + coordinateText(at));
 }
 
-void ZVXLocationPickerControllerPrivate::startPositioning()
-{
-    if (positioningStarted)
-        return;
-    positioningStarted = true;
-    if (!positionSourceSet)
-        positionSource = QGeoPositionInfoSource::createDefaultSource(q);
-    if (!positionSource) {
-        ZVXLog(QStringLiteral("ZVXLocationPickerController: no position source: the map opens "
-                              "on the last place chosen"));
-        return;
-    }
-    QObject::connect(
-        positionSource, &QGeoPositionInfoSource::positionUpdated, q,
-        [this](const QGeoPositionInfo &info) {
-            if (info.isValid())
-                positionUpdated({info.coordinate().latitude(), info.coordinate().longitude()});
-        });
-    QObject::connect(positionSource, &QGeoPositionInfoSource::errorOccurred, q,
-                     [this](QGeoPositionInfoSource::Error error) {
-                         ZVXLog(QStringLiteral("ZVXLocationPickerController: no position "
-                                               "(position source error %1)")
-                                    .arg(int(error)));
-                     });
-    positionSource->startUpdates();
-}
-
 void ZVXLocationPickerControllerPrivate::positionUpdated(ZVXMapTiles::Coordinate at)
 {
-    const bool first = !position;
-    position = at;
+    const bool first = !map->userLocation();
     map->setUserLocation(at);
     myPositionButton->setEnabled(true);
     if (first && !userPlaced)
@@ -477,12 +444,7 @@ void ZVXLocationPickerControllerPrivate::cancel()
 
 void ZVXLocationPickerController::setPositionSource(QGeoPositionInfoSource *source)
 {
-    if (d->positionSource && d->positionSource != source)
-        d->positionSource->stopUpdates();
-    d->positionSource = source;
-    d->positionSourceSet = true;
-    if (source)
-        source->setParent(this);
+    d->userPosition->setSource(source);
 }
 
 ZVXMapTiles::Coordinate ZVXLocationPickerController::centre() const
@@ -500,7 +462,7 @@ std::optional<QString> ZVXLocationPickerController::address() const
 void ZVXLocationPickerController::showEvent(QShowEvent *event)
 {
     QWidget::showEvent(event);
-    d->startPositioning();
+    d->userPosition->start();
 }
 
 void ZVXLocationPickerController::closeEvent(QCloseEvent *event)

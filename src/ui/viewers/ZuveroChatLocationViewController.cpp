@@ -3,10 +3,10 @@
 #include "ZVXLocalization.h"
 #include "ZVXPreviews.h"
 #include "ZVXTileMapView.h"
+#include "ZVXUserPosition.h"
 #include "Zuvero.h"
 #include "ZuveroConnection_p.h"
 
-#include <QGeoPositionInfoSource>
 #include <QHBoxLayout>
 #include <QPointer>
 #include <QPushButton>
@@ -29,10 +29,7 @@ public:
     double radius = ZVXPreviews::DefaultLocationSpan;
     QVBoxLayout *layout = nullptr;
     ZVXTileMapView *map = nullptr;
-    QPointer<QGeoPositionInfoSource> positionSource;
-    bool positionSourceSet = false;
-    bool positioningStarted = false;
-    std::optional<ZVXMapTiles::Coordinate> position;
+    ZVXUserPosition *userPosition = nullptr;
 };
 
 ZuveroChatLocationViewController::ZuveroChatLocationViewController(QWidget *parent)
@@ -41,6 +38,9 @@ ZuveroChatLocationViewController::ZuveroChatLocationViewController(QWidget *pare
 {
     setObjectName(QStringLiteral("locationViewer"));
     setWindowTitle(ZVXLocalization::localizeString(QStringLiteral("Location")));
+    d->userPosition = new ZVXUserPosition(this);
+    connect(d->userPosition, &ZVXUserPosition::positionUpdated, this,
+            [this](ZVXMapTiles::Coordinate at) { d->map->setUserLocation(at); });
     d->layout = new QVBoxLayout(this);
     d->layout->setContentsMargins(0, 0, 0, 0);
     d->layout->setSpacing(0);
@@ -82,7 +82,7 @@ void ZuveroChatLocationViewControllerPrivate::makeMap()
         layout->insertWidget(0, made, 1);
     }
     map = made;
-    map->setUserLocation(position);
+    map->setUserLocation(userPosition->position());
     showRegion();
 }
 
@@ -136,31 +136,11 @@ void ZuveroChatLocationViewController::setRadius(double metres)
 
 void ZuveroChatLocationViewController::setPositionSource(QGeoPositionInfoSource *source)
 {
-    if (d->positionSource && d->positionSource != source)
-        d->positionSource->stopUpdates();
-    d->positionSource = source;
-    d->positionSourceSet = true;
-    if (source)
-        source->setParent(this);
+    d->userPosition->setSource(source);
 }
 
 void ZuveroChatLocationViewController::showEvent(QShowEvent *event)
 {
     QWidget::showEvent(event);
-    if (d->positioningStarted)
-        return;
-    d->positioningStarted = true;
-    if (!d->positionSourceSet)
-        d->positionSource = QGeoPositionInfoSource::createDefaultSource(this);
-    if (!d->positionSource)
-        return;
-    connect(d->positionSource, &QGeoPositionInfoSource::positionUpdated, this,
-            [this](const QGeoPositionInfo &info) {
-                if (!info.isValid())
-                    return;
-                d->position = ZVXMapTiles::Coordinate{info.coordinate().latitude(),
-                                                      info.coordinate().longitude()};
-                d->map->setUserLocation(d->position);
-            });
-    d->positionSource->startUpdates();
+    d->userPosition->start();
 }

@@ -63,6 +63,10 @@ std::optional<ZVXDevOptions> ZVXDevOptions::parse(const QStringList &arguments, 
     option(QStringLiteral("data"),
            QStringLiteral("Directory of the database, the files and the certificates."),
            QStringLiteral("dir"));
+    option(QStringLiteral("gazetteer"),
+           QStringLiteral("Directory of the geocoder's zone1970.tab and iso3166.tab "
+                          "(default /usr/share/zoneinfo)."),
+           QStringLiteral("dir"));
     option(QStringLiteral("api-key"), QStringLiteral("The API key that tokens must name."),
            QStringLiteral("key"));
     option(QStringLiteral("api-secret"),
@@ -134,6 +138,8 @@ std::optional<ZVXDevOptions> ZVXDevOptions::parse(const QStringList &arguments, 
         ? parser.value(QStringLiteral("data"))
         : QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation)
             + QStringLiteral("/zuvero-devserver");
+    if (parser.isSet(QStringLiteral("gazetteer")))
+        options.gazetteerDirectory = parser.value(QStringLiteral("gazetteer"));
 
     options.open = parser.isSet(QStringLiteral("open"));
     if (parser.isSet(QStringLiteral("api-secret"))) {

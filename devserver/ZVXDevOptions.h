@@ -16,6 +16,8 @@ struct ZVXDevOptions
     QString bindAddress = QStringLiteral("127.0.0.1");
     quint16 port = 8443;
     QString dataDirectory;
+    //! Where the geocoder's tables (tzdata's zone1970.tab and iso3166.tab) are read from.
+    QString gazetteerDirectory = QStringLiteral("/usr/share/zoneinfo");
 
     //! The key every token must name; derived from the secret when only that is given.
     std::optional<QString> apiKey;

@@ -8,6 +8,7 @@
 #include "ZVXDevConsoleRoutes.h"
 #include "ZVXDevFaults.h"
 #include "ZVXDevFileRoutes.h"
+#include "ZVXDevGeocodeRoutes.h"
 #include "ZVXDevLog.h"
 #include "ZVXDevOptions.h"
 #include "ZVXDevPushHub.h"
@@ -56,6 +57,7 @@ QString statusReason(int status)
 
 ZVXDevServer::ZVXDevServer(ZVXDevServices &services, const ZVXDevCertificates &certificates)
     : m_services(services)
+    , m_gazetteer(ZVXDevGazetteer::load(services.options.gazetteerDirectory))
     , m_server(std::make_unique<httplib::SSLServer>([&](SSL_CTX &context) {
         ZVXDevConnections::track(
             context, {.headerTimeout = services.options.headerTimeout, .keepAlive = KeepAlive});
@@ -85,6 +87,7 @@ ZVXDevServer::ZVXDevServer(ZVXDevServices &services, const ZVXDevCertificates &c
     ZVXDevPushRoutes::install(*m_server, services);
     ZVXDevConsoleRoutes::install(*m_server, services);
     ZVXDevTiles::install(*m_server, m_tiles);
+    ZVXDevGeocodeRoutes::install(*m_server, m_gazetteer);
     if (options.admin)
         ZVXDevAdminRoutes::install(*m_server, services);
     // Whatever no route takes is refused unread: cpp-httplib would read it whole first.

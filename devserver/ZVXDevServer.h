@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ZVXDevGazetteer.h"
 #include "ZVXDevServices.h"
 #include "ZVXDevTiles.h"
 
@@ -32,6 +33,7 @@ private:
 
     ZVXDevServices &m_services;
     ZVXDevTiles::Painter m_tiles;
+    const ZVXDevGazetteer m_gazetteer;
     std::unique_ptr<httplib::SSLServer> m_server;
     int m_listener = -1;
     std::thread m_thread;

@@ -15,8 +15,10 @@ packages=(
     g++ cmake ninja-build pkg-config clang-format
     # Qt 6.4
     qt6-base-dev qt6-base-dev-tools qt6-svg-dev qt6-l10n-tools qt6-image-formats-plugins
-    # whether there is a camera to offer
-    qt6-multimedia-dev
+    # whether there is a camera to offer, and the user's position
+    qt6-multimedia-dev qt6-positioning-dev
+    # the dev server's gazetteer (zone1970.tab, iso3166.tab)
+    tzdata
     # PDF attachments
     qt6-pdf-dev
     # crypto, test certificates, a private session bus for the badge test,

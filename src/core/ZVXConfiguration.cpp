@@ -171,7 +171,7 @@ QStringList requiredConfigurationKeys()
 
 QStringList mapConfigurationKeys()
 {
-    return keys({"mapTileURLTemplate", "mapTileAttribution"});
+    return keys({"mapTileURLTemplate", "mapTileAttribution", "geocoderURL"});
 }
 
 QStringList usageDescriptionKeys()

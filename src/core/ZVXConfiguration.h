@@ -19,7 +19,7 @@
 namespace ZVXConfiguration {
 
 ZUVERO_EXPORT QStringList requiredConfigurationKeys();
-//! The map tiles' URL template and attribution text, kept as they are.
+//! The map tiles' URL template and attribution text and the geocoder's URL, kept as they are.
 ZUVERO_EXPORT QStringList mapConfigurationKeys();
 /*!
     The reasons a host gives for using the photo library, the camera and the

@@ -395,6 +395,9 @@ Zuvero *Zuvero::initWithConfigurationDictionary(const std::optional<QVariantMap>
     zuvero->d->mapTileAttribution
         = ZVXModelValues::text(configuration.value(QStringLiteral("mapTileAttribution")))
               .value_or(QString());
+    zuvero->d->geocoderURL
+        = ZVXModelValues::text(configuration.value(QStringLiteral("geocoderURL")))
+              .value_or(QString());
     const std::optional<QString> secret
         = ZVXModelValues::text(configuration.value(QStringLiteral("apiSecret")));
     if (secret && !secret->isEmpty()) {
@@ -422,6 +425,7 @@ Zuvero *Zuvero::copyWithZone(QObject *parent)
     c->hostname = d->hostname;
     c->mapTileURLTemplate = d->mapTileURLTemplate;
     c->mapTileAttribution = d->mapTileAttribution;
+    c->geocoderURL = d->geocoderURL;
     c->delegate = d->delegate;
     c->jwt = jwt();
     copy->postInit();
@@ -639,6 +643,17 @@ QString Zuvero::mapTileURLTemplate() const
 void Zuvero::setMapTileURLTemplate(const QString &urlTemplate)
 {
     d->mapTileURLTemplate = urlTemplate;
+}
+
+QString Zuvero::geocoderURL() const
+{
+    return d->geocoderURL.isEmpty() ? QStringLiteral("https://%1/geocode").arg(d->hostname)
+                                    : d->geocoderURL;
+}
+
+void Zuvero::setGeocoderURL(const QString &url)
+{
+    d->geocoderURL = url;
 }
 
 QString Zuvero::mapTileAttribution() const

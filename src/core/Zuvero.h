@@ -168,6 +168,14 @@ public:
     */
     QString mapTileAttribution() const;
     void setMapTileAttribution(const QString &attribution);
+    /*!
+        Where the location picker looks addresses up: a geocoder in the
+        manner of the open ones, asked at "<url>/search" and "<url>/reverse"
+        (configuration key "geocoderURL"). Unset, the chat server's own,
+        "https://<hostname>/geocode". The library's token is never sent to it.
+    */
+    QString geocoderURL() const;
+    void setGeocoderURL(const QString &url);
     bool updateAppBadgeNumber() const;
     void setUpdateAppBadgeNumber(bool update);
     double pollingInterval() const;
@@ -329,7 +337,8 @@ public:
     static QVariantMap normalizeConfigurationDictionary(const QVariantMap &raw);
     //! The keys a configuration dictionary is read for, by kind.
     static QStringList requiredConfigurationKeys();
-    //! "mapTileURLTemplate" and "mapTileAttribution": where map pictures come from.
+    //! "mapTileURLTemplate", "mapTileAttribution" and "geocoderURL": where maps and addresses
+    //! come from.
     static QStringList mapConfigurationKeys();
     static QStringList localizableStringCustomizationKeys();
     static QStringList colorCustomizationKeys();

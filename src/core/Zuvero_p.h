@@ -118,6 +118,7 @@ public:
     //! Empty: the server's own tiles.
     QString mapTileURLTemplate;
     QString mapTileAttribution;
+    QString geocoderURL;
     bool updateAppBadgeNumber = true;
     double pollingInterval = 5.0;
     bool interactiveNotification = true;

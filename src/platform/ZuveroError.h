@@ -82,6 +82,21 @@ enum ZuveroMapErrorCode : qint64 {
     ZuveroMapErrorTileNotAnImage = 4,
 };
 
+/*!
+    Address search and reverse geocoding. A geocoder that could not be
+    reached fails with the transport's own error (ZuveroURLErrorDomain).
+*/
+inline constexpr QLatin1String ZuveroGeocoderErrorDomain{"com.zuvero.geocoder"};
+enum ZuveroGeocoderErrorCode : qint64 {
+    //! A geocoder address that is not http or https.
+    ZuveroGeocoderErrorInvalidURL = 1,
+    //! A geocoder's answer other than 200 (or 404 to a reverse question); the status is under
+    //! ZuveroHTTPStatusCodeKey.
+    ZuveroGeocoderErrorRefused = 2,
+    //! An answer that is not the JSON of places expected.
+    ZuveroGeocoderErrorBadReply = 3,
+};
+
 //! An operation that failed without saying why.
 inline constexpr QLatin1String ZVXConcurrentOperationErrorDomain{
     "ZVXConcurrentOperationErrorDomain"};

@@ -8,10 +8,12 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QBuffer>
+#include <QCameraDevice>
 #include <QDialogButtonBox>
 #include <QFileDialog>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMediaDevices>
 #include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
@@ -27,6 +29,7 @@ namespace {
 
 const QString LibraryKey = u"NSPhotoLibraryUsageDescription"_s;
 const QString CameraKey = u"NSCameraUsageDescription"_s;
+const QString LocationKey = u"NSLocationWhenInUseUsageDescription"_s;
 
 // A JPEG of \a image whose EXIF says "turn 90 degrees clockwise to show": a phone held upright.
 QByteArray jpegTurnedByExif(const QImage &image)
@@ -107,6 +110,7 @@ struct Outcome
     bool success = false;
     ZVXAttachmentKind kind = ZVXAttachmentKind::None;
     ZuveroImagePtr image;
+    QVariantMap location;
 };
 
 } // namespace
@@ -125,6 +129,7 @@ private Q_SLOTS:
     void sheetShowsTenOtherButtons();
     void offeredKinds_data();
     void offeredKinds();
+    void takingAPhotoNeedsARealCamera();
     void chosenPictureIsStagedInTheBar();
 
 private:
@@ -231,8 +236,9 @@ void TestAttachmentPicker::pickerOutcomes()
     QPointer<ZVXAttachmentPickerController> picker
         = new ZVXAttachmentPickerController(m_host.get());
     picker->showActionSheetFromView(m_button, true,
-                                    [&](bool ok, ZVXAttachmentKind k, const ZuveroImagePtr &image) {
-                                        outcomes.append({ok, k, image});
+                                    [&](bool ok, ZVXAttachmentKind k, const ZuveroImagePtr &image,
+                                        const QVariantMap &location) {
+                                        outcomes.append({ok, k, image, location});
                                     });
     QTRY_VERIFY(shownSheet());
     QMenu *sheet = shownSheet();
@@ -280,8 +286,9 @@ void TestAttachmentPicker::withNothingToOfferTheDialogOpensAtOnce()
     std::optional<Outcome> outcome;
     auto *picker = new ZVXAttachmentPickerController(m_host.get());
     picker->showActionSheetFromView(m_button, false,
-                                    [&](bool ok, ZVXAttachmentKind k, const ZuveroImagePtr &image) {
-                                        outcome = Outcome{ok, k, image};
+                                    [&](bool ok, ZVXAttachmentKind k, const ZuveroImagePtr &image,
+                                        const QVariantMap &location) {
+                                        outcome = Outcome{ok, k, image, location};
                                     });
     QVERIFY(shownDialog());
     QVERIFY(!shownSheet());
@@ -324,26 +331,32 @@ void TestAttachmentPicker::offeredKinds_data()
     QTest::addColumn<bool>("libraryDeclared");
     QTest::addColumn<bool>("librarySwitch");
     QTest::addColumn<bool>("camera");
+    QTest::addColumn<bool>("locationDeclared");
     QTest::addColumn<bool>("removal");
     QTest::addColumn<bool>("staged");
     QTest::addColumn<QList<ZVXAttachmentChoice>>("choices");
     QTest::addColumn<bool>("buttonShown");
 
     using C = ZVXAttachmentChoice;
-    QTest::newRow("library") << true << true << false << false << false << QList<C>{C::ChoosePhoto}
-                             << true;
+    QTest::newRow("library") << true << true << false << false << false << false
+                             << QList<C>{C::ChoosePhoto} << true;
     QTest::newRow("library switched off")
-        << true << false << false << false << false << QList<C>{} << false;
+        << true << false << false << false << false << false << QList<C>{} << false;
     QTest::newRow("library not declared")
-        << false << true << false << false << false << QList<C>{} << false;
-    // A camera alone enables attachments, but no camera picker can be offered.
-    QTest::newRow("camera only") << false << true << true << false << false << QList<C>{} << false;
+        << false << true << false << false << false << false << QList<C>{} << false;
+    QTest::newRow("camera only") << false << true << true << false << false << false
+                                 << QList<C>{C::TakePhoto} << true;
+    QTest::newRow("location only")
+        << false << true << false << true << false << false << QList<C>{C::Location} << true;
     QTest::newRow("removal without a staged picture")
-        << true << true << false << true << false << QList<C>{C::ChoosePhoto} << true;
-    QTest::newRow("removal of a staged picture")
-        << true << true << false << true << true << QList<C>{C::ChoosePhoto, C::Remove} << true;
+        << true << true << false << false << true << false << QList<C>{C::ChoosePhoto} << true;
+    QTest::newRow("removal of a staged picture") << true << true << false << false << true << true
+                                                 << QList<C>{C::ChoosePhoto, C::Remove} << true;
     QTest::newRow("staged picture, removal not allowed")
-        << true << true << false << false << true << QList<C>{C::ChoosePhoto} << true;
+        << true << true << false << false << false << true << QList<C>{C::ChoosePhoto} << true;
+    QTest::newRow("everything") << true << true << true << true << true << true
+                                << QList<C>{C::TakePhoto, C::ChoosePhoto, C::Remove, C::Location}
+                                << true;
 }
 
 void TestAttachmentPicker::offeredKinds()
@@ -351,6 +364,7 @@ void TestAttachmentPicker::offeredKinds()
     QFETCH(bool, libraryDeclared);
     QFETCH(bool, librarySwitch);
     QFETCH(bool, camera);
+    QFETCH(bool, locationDeclared);
     QFETCH(bool, removal);
     QFETCH(bool, staged);
     QFETCH(QList<ZVXAttachmentChoice>, choices);
@@ -359,6 +373,8 @@ void TestAttachmentPicker::offeredKinds()
     QVariantMap reasons{{CameraKey, u"To take pictures"_s}};
     if (libraryDeclared)
         reasons.insert(LibraryKey, u"To send your pictures"_s);
+    if (locationDeclared)
+        reasons.insert(LocationKey, u"To share a place"_s);
     AttachmentsState::setUsageDescriptions(reasons);
     AttachmentsState::setCameraAvailability([camera] { return camera; });
     AttachmentsState::toggleLibraryAttachmentState(librarySwitch);
@@ -371,6 +387,24 @@ void TestAttachmentPicker::offeredKinds()
     auto *attach = screen.findChild<QWidget *>(u"attachmentButton"_s);
     QVERIFY(attach);
     QCOMPARE(attach->isVisible(), buttonShown);
+}
+
+void TestAttachmentPicker::takingAPhotoNeedsARealCamera()
+{
+    // The system's own answer, not the test's: on a machine without a camera, no "Take Photo".
+    AttachmentsState::setCameraAvailability({});
+    AttachmentsState::setUsageDescriptions(
+        {{LibraryKey, u"To send your pictures"_s}, {CameraKey, u"To take pictures"_s}});
+    const bool camera = !QMediaDevices::videoInputs().isEmpty();
+    QCOMPARE(ZVXAttachmentPickerController::offeredChoices(false).contains(
+                 ZVXAttachmentChoice::TakePhoto),
+             camera);
+    auto *picker = new ZVXAttachmentPickerController(m_host.get());
+    picker->showActionSheetFromView(
+        m_button, false,
+        [](bool, ZVXAttachmentKind, const ZuveroImagePtr &, const QVariantMap &) {});
+    QTRY_VERIFY(shownSheet());
+    QCOMPARE(buttonTitles(shownSheet()).contains(u"Take Photo"_s), camera);
 }
 
 void TestAttachmentPicker::chosenPictureIsStagedInTheBar()

@@ -4,7 +4,10 @@
 #include "ZVXActionSheetController.h"
 #include "ZVXAlertView.h"
 #include "ZVXLocalization.h"
+#include "ZVXLocationPickerController.h"
 #include "ZVXLogging.h"
+#include "ZVXPhotoCaptureController.h"
+#include "Zuvero.h"
 
 #include <QDir>
 #include <QFile>
@@ -40,6 +43,12 @@ ZVXAttachmentPickerController::~ZVXAttachmentPickerController()
         m_dialog->disconnect(this);
         m_dialog->close();
     }
+    for (QWidget *window : {static_cast<QWidget *>(m_locationPicker), m_camera.data()}) {
+        if (window) {
+            window->disconnect(this);
+            window->close();
+        }
+    }
 }
 
 ZVXActionSheetController *ZVXAttachmentPickerController::actionSheetController() const
@@ -52,15 +61,42 @@ QFileDialog *ZVXAttachmentPickerController::imagePickerController() const
     return m_dialog;
 }
 
+void ZVXAttachmentPickerController::setApiInstance(Zuvero *facade)
+{
+    m_facade = facade;
+}
+
+ZVXLocationPickerController *ZVXAttachmentPickerController::locationPickerController() const
+{
+    return m_locationPicker;
+}
+
 QList<ZVXAttachmentChoice> ZVXAttachmentPickerController::offeredChoices(bool pictureStaged)
 {
-    // Taking a photo and sharing a place are not offered: neither picker exists here yet.
     QList<ZVXAttachmentChoice> choices;
+    if (AttachmentsState::isCameraAttachmentEnabled())
+        choices << ZVXAttachmentChoice::TakePhoto;
     if (AttachmentsState::isLibraryAttachmentEnabled())
         choices << ZVXAttachmentChoice::ChoosePhoto;
     if (AttachmentsState::isRemovalAllowed() && pictureStaged)
         choices << ZVXAttachmentChoice::Remove;
+    if (AttachmentsState::isLocationAttachmentEnabled())
+        choices << ZVXAttachmentChoice::Location;
     return choices;
+}
+
+QVariantMap ZVXAttachmentPickerController::locationDictionary(ZVXMapTiles::Coordinate location,
+                                                              double longitudinalMeters,
+                                                              const std::optional<QString> &address)
+{
+    QVariantMap dictionary{
+        {QStringLiteral("lat"), location.latitude},
+        {QStringLiteral("lng"), location.longitude},
+        {QStringLiteral("d"), longitudinalMeters},
+    };
+    if (address)
+        dictionary.insert(QStringLiteral("address"), *address);
+    return dictionary;
 }
 
 void ZVXAttachmentPickerController::showActionSheetFromView(QWidget *view, bool pictureStaged,
@@ -77,6 +113,16 @@ void ZVXAttachmentPickerController::showActionSheetFromView(QWidget *view, bool 
     m_sheet = ZVXActionSheetController::sheetController(this);
     for (ZVXAttachmentChoice choice : choices) {
         switch (choice) {
+        case ZVXAttachmentChoice::TakePhoto:
+            m_sheet->addOtherButtonTitle(
+                ZVXLocalization::localizeString(QStringLiteral("zuveroTakePhotoButtonTitle")),
+                [this] { openCamera(m_presentationView); });
+            break;
+        case ZVXAttachmentChoice::Location:
+            m_sheet->addOtherButtonTitle(
+                ZVXLocalization::localizeString(QStringLiteral("zuveroLocationButtonTitle")),
+                [this] { openLocationPicker(m_presentationView); });
+            break;
         case ZVXAttachmentChoice::ChoosePhoto:
             m_sheet->addOtherButtonTitle(
                 ZVXLocalization::localizeString(QStringLiteral("zuveroChoosePhotoButtonTitle")),
@@ -84,15 +130,14 @@ void ZVXAttachmentPickerController::showActionSheetFromView(QWidget *view, bool 
             break;
         case ZVXAttachmentChoice::Remove:
             // The host names this one itself; the library has no text for it.
-            m_sheet->addOtherButtonTitle(
-                ZVXLocalization::hostString(QStringLiteral("Remove")),
-                [this] { complete(true, ZVXAttachmentKind::Removal, {}); });
+            m_sheet->addOtherButtonTitle(ZVXLocalization::hostString(QStringLiteral("Remove")),
+                                         [this] { complete(true, ZVXAttachmentKind::Removal); });
             break;
         }
     }
     m_sheet->setCancelButtonTitle(
         ZVXLocalization::localizeString(QStringLiteral("zuveroCancelButtonTitle")),
-        [this] { complete(false, ZVXAttachmentKind::None, {}); });
+        [this] { complete(false, ZVXAttachmentKind::None); });
     m_sheet->showFromView(view);
 }
 
@@ -101,6 +146,52 @@ void ZVXAttachmentPickerController::presentImagePickerFromView(QWidget *view, Co
     m_presentationView = view;
     m_completion = std::move(completion);
     openImageDialog(view);
+}
+
+void ZVXAttachmentPickerController::presentLocationPickerFromView(QWidget *view, Zuvero *facade,
+                                                                  Completion completion)
+{
+    m_presentationView = view;
+    m_facade = facade;
+    m_completion = std::move(completion);
+    openLocationPicker(view);
+}
+
+void ZVXAttachmentPickerController::presentCameraFromView(QWidget *view, Completion completion)
+{
+    m_presentationView = view;
+    m_completion = std::move(completion);
+    openCamera(view);
+}
+
+void ZVXAttachmentPickerController::openLocationPicker(QWidget *view)
+{
+    auto *picker = new ZVXLocationPickerController(m_facade, view ? view->window() : nullptr);
+    picker->setWindowModality(Qt::WindowModal);
+    connect(picker, &ZVXLocationPickerController::didFinishPickingLocation, this,
+            [this](ZVXMapTiles::Coordinate location, double longitudinalMeters,
+                   const std::optional<QString> &address) {
+                complete(true, ZVXAttachmentKind::Location, {},
+                         locationDictionary(location, longitudinalMeters, address));
+            });
+    connect(picker, &ZVXLocationPickerController::didCancel, this,
+            [this] { complete(false, ZVXAttachmentKind::None); });
+    m_locationPicker = picker;
+    picker->show();
+}
+
+void ZVXAttachmentPickerController::openCamera(QWidget *view)
+{
+    auto *camera = new ZVXPhotoCaptureController(view ? view->window() : nullptr);
+    camera->setWindowModality(Qt::WindowModal);
+    // Staged as a picture chosen from a file is.
+    connect(
+        camera, &ZVXPhotoCaptureController::didCapture, this,
+        [this](const ZuveroImagePtr &image) { complete(true, ZVXAttachmentKind::Picture, image); });
+    connect(camera, &ZVXPhotoCaptureController::didCancel, this,
+            [this] { complete(false, ZVXAttachmentKind::None); });
+    m_camera = camera;
+    camera->show();
 }
 
 void ZVXAttachmentPickerController::openImageDialog(QWidget *view)
@@ -117,8 +208,7 @@ void ZVXAttachmentPickerController::openImageDialog(QWidget *view)
     dialog->setAcceptMode(QFileDialog::AcceptOpen);
     dialog->setNameFilters(PictureFilters);
     connect(dialog, &QFileDialog::fileSelected, this, &ZVXAttachmentPickerController::didPickFile);
-    connect(dialog, &QDialog::rejected, this,
-            [this] { complete(false, ZVXAttachmentKind::None, {}); });
+    connect(dialog, &QDialog::rejected, this, [this] { complete(false, ZVXAttachmentKind::None); });
     m_dialog = dialog;
     dialog->open();
 }
@@ -137,7 +227,7 @@ void ZVXAttachmentPickerController::didPickFile(const QString &path)
                 .arg(QFileInfo(path).fileName()),
             QStringLiteral("OK"), {}, m_presentationView ? m_presentationView->window() : nullptr);
         alert->showWithBlock({});
-        complete(false, ZVXAttachmentKind::None, {});
+        complete(false, ZVXAttachmentKind::None);
         return;
     }
     // A picture the record cannot name (BMP, WebP, little-endian TIFF) would go out without a
@@ -153,15 +243,19 @@ void ZVXAttachmentPickerController::dismiss()
         m_sheet->cleanupOAActionSheet();
     if (m_dialog)
         m_dialog->close();
-    complete(false, ZVXAttachmentKind::None, {});
+    for (QWidget *window : {static_cast<QWidget *>(m_locationPicker), m_camera.data()})
+        if (window)
+            window->close();
+    complete(false, ZVXAttachmentKind::None);
 }
 
 void ZVXAttachmentPickerController::complete(bool success, ZVXAttachmentKind kind,
-                                             const ZuveroImagePtr &image)
+                                             const ZuveroImagePtr &image,
+                                             const QVariantMap &location)
 {
     if (!m_completion)
         return;
     const Completion completion = std::exchange(m_completion, {});
-    completion(success, kind, image);
+    completion(success, kind, image, location);
     deleteLater();
 }

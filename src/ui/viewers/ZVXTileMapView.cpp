@@ -4,6 +4,7 @@
 #include "ZVXMapTileCache.h"
 #include "ZVXURLSession.h"
 
+#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QWheelEvent>
@@ -17,6 +18,9 @@ const QColor Background(0xdd, 0xdd, 0xdd);
 constexpr auto TileTimeout = std::chrono::seconds(30);
 // Tiles kept here at most; those of other zoom levels go first.
 constexpr int HeldTileLimit = 256;
+// How far one press of an arrow key moves the map.
+constexpr qreal KeyStep = 64;
+const QColor UserDot(0x1a, 0x73, 0xe8);
 
 } // namespace
 
@@ -30,6 +34,7 @@ ZVXTileMapView::ZVXTileMapView(ZVXURLSession *session, ZVXMapTileCache *cache,
     , m_urlTemplate(urlTemplate)
 {
     setMinimumSize(64, 64);
+    setFocusPolicy(Qt::StrongFocus);
     m_centre = ZVXMapTiles::worldPixel({}, m_zoom);
 }
 
@@ -50,6 +55,7 @@ void ZVXTileMapView::setRegion(ZVXMapTiles::Coordinate centre, double metres)
     m_zoom = std::max(1, ZVXMapTiles::zoomForSpan(centre.latitude, metres, metres, area));
     m_centre = ZVXMapTiles::worldPixel(centre, m_zoom);
     update();
+    Q_EMIT regionChanged();
 }
 
 ZVXMapTiles::Coordinate ZVXTileMapView::centre() const
@@ -84,12 +90,30 @@ void ZVXTileMapView::zoomAbout(int zoom, QPointF anchor)
     m_centre = (m_centre + fromCentre) * factor - fromCentre;
     m_zoom = zoom;
     update();
+    Q_EMIT regionChanged();
 }
 
 void ZVXTileMapView::setPin(const std::optional<ZVXMapTiles::Coordinate> &pin)
 {
     m_pin = pin;
     update();
+}
+
+void ZVXTileMapView::setCentrePinned(bool pinned)
+{
+    m_centrePinned = pinned;
+    update();
+}
+
+void ZVXTileMapView::setUserLocation(const std::optional<ZVXMapTiles::Coordinate> &location)
+{
+    m_userLocation = location;
+    update();
+}
+
+double ZVXTileMapView::eastWestMetres() const
+{
+    return width() * ZVXMapTiles::metresPerPixel(centre().latitude, m_zoom);
 }
 
 void ZVXTileMapView::setAttribution(const QString &attribution)
@@ -176,14 +200,24 @@ void ZVXTileMapView::paintEvent(QPaintEvent *)
             painter.drawImage(QRectF(origin, QSizeF(TileSize, TileSize)), image);
         }
     }
-    if (m_pin) {
-        // The pin is drawn on the copy of the world nearest to the view's centre.
-        QPointF at = ZVXMapTiles::worldPixel(*m_pin, m_zoom);
-        const qreal world = qreal(rows) * TileSize;
+    // Marks are drawn on the copy of the world nearest to the view's centre.
+    const qreal world = qreal(rows) * TileSize;
+    const auto onScreen = [&](ZVXMapTiles::Coordinate place) {
+        QPointF at = ZVXMapTiles::worldPixel(place, m_zoom);
         at.setX(at.x() + world * std::round((m_centre.x() - at.x()) / world));
-        painter.setRenderHint(QPainter::Antialiasing);
-        ZVXMapSnapshotter::drawPin(painter, at - topLeft, 1);
+        return at - topLeft;
+    };
+    painter.setRenderHint(QPainter::Antialiasing);
+    if (m_userLocation) {
+        const QPointF at = onScreen(*m_userLocation);
+        painter.setPen(QPen(Qt::white, 2));
+        painter.setBrush(UserDot);
+        painter.drawEllipse(at, 7, 7);
     }
+    if (m_centrePinned)
+        ZVXMapSnapshotter::drawPin(painter, QPointF(width(), height()) / 2, 1);
+    else if (m_pin)
+        ZVXMapSnapshotter::drawPin(painter, onScreen(*m_pin), 1);
     if (!m_attribution.isEmpty()) {
         QFont font = painter.font();
         font.setPixelSize(10);
@@ -218,13 +252,49 @@ void ZVXTileMapView::mouseMoveEvent(QMouseEvent *event)
     const std::optional<QPointF> moved = m_drag.move(event);
     if (!moved)
         return;
+    moveBy(*moved);
+}
+
+void ZVXTileMapView::moveBy(QPointF pixels)
+{
     m_pendingRegion.reset();
-    m_centre -= *moved;
+    m_centre -= pixels;
     // North and south end at the world's edges; east and west go round.
     const qreal world = qreal(ZVXMapTiles::tileCount(m_zoom)) * TileSize;
     m_centre.setY(std::clamp(m_centre.y(), 0.0, world));
     m_centre.setX(std::fmod(std::fmod(m_centre.x(), world) + world, world));
     update();
+    Q_EMIT regionChanged();
+}
+
+void ZVXTileMapView::keyPressEvent(QKeyEvent *event)
+{
+    // An arrow looks further its way: the map moves the other.
+    switch (event->key()) {
+    case Qt::Key_Left:
+        moveBy({KeyStep, 0});
+        break;
+    case Qt::Key_Right:
+        moveBy({-KeyStep, 0});
+        break;
+    case Qt::Key_Up:
+        moveBy({0, KeyStep});
+        break;
+    case Qt::Key_Down:
+        moveBy({0, -KeyStep});
+        break;
+    case Qt::Key_Plus:
+    case Qt::Key_Equal:
+        zoomIn();
+        break;
+    case Qt::Key_Minus:
+        zoomOut();
+        break;
+    default:
+        QWidget::keyPressEvent(event);
+        return;
+    }
+    event->accept();
 }
 
 void ZVXTileMapView::mouseReleaseEvent(QMouseEvent *event)

@@ -3,6 +3,7 @@
 #include "ZVXLocalization.h"
 #include "ZVXPreviews.h"
 #include "ZVXTileMapView.h"
+#include "ZVXUserPosition.h"
 #include "Zuvero.h"
 #include "ZuveroConnection_p.h"
 
@@ -28,6 +29,7 @@ public:
     double radius = ZVXPreviews::DefaultLocationSpan;
     QVBoxLayout *layout = nullptr;
     ZVXTileMapView *map = nullptr;
+    ZVXUserPosition *userPosition = nullptr;
 };
 
 ZuveroChatLocationViewController::ZuveroChatLocationViewController(QWidget *parent)
@@ -36,6 +38,9 @@ ZuveroChatLocationViewController::ZuveroChatLocationViewController(QWidget *pare
 {
     setObjectName(QStringLiteral("locationViewer"));
     setWindowTitle(ZVXLocalization::localizeString(QStringLiteral("Location")));
+    d->userPosition = new ZVXUserPosition(this);
+    connect(d->userPosition, &ZVXUserPosition::positionUpdated, this,
+            [this](ZVXMapTiles::Coordinate at) { d->map->setUserLocation(at); });
     d->layout = new QVBoxLayout(this);
     d->layout->setContentsMargins(0, 0, 0, 0);
     d->layout->setSpacing(0);
@@ -77,6 +82,7 @@ void ZuveroChatLocationViewControllerPrivate::makeMap()
         layout->insertWidget(0, made, 1);
     }
     map = made;
+    map->setUserLocation(userPosition->position());
     showRegion();
 }
 
@@ -126,4 +132,15 @@ void ZuveroChatLocationViewController::setRadius(double metres)
 {
     d->radius = metres > 0 ? metres : ZVXPreviews::DefaultLocationSpan;
     d->showRegion();
+}
+
+void ZuveroChatLocationViewController::setPositionSource(QGeoPositionInfoSource *source)
+{
+    d->userPosition->setSource(source);
+}
+
+void ZuveroChatLocationViewController::showEvent(QShowEvent *event)
+{
+    QWidget::showEvent(event);
+    d->userPosition->start();
 }

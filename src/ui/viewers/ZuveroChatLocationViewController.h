@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 
+class QGeoPositionInfoSource;
 class Zuvero;
 class ZuveroChatLocationViewControllerPrivate;
 
@@ -23,6 +24,9 @@ struct ZuveroLocationCoordinate
     and east to west, with a pin on it. Dragging moves the map; the wheel
     and the − / + buttons zoom it. Without a place the map shows the whole
     world and no pin.
+
+    The user's own position shows as a blue dot where the system gives one
+    (Qt Positioning's default source, or the one set), never otherwise.
 
     The tiles are the facade's (Zuvero::mapTileURLTemplate()), shared with
     the pictures of locations in the chat.
@@ -43,6 +47,15 @@ public:
     //! Metres of the first view's span; 2000 unless set.
     double radius() const;
     void setRadius(double metres);
+    /*!
+        Where the user's position comes from, instead of the system's
+        default source; the viewer takes it over. Set it before the viewer
+        is shown; null means no position.
+    */
+    void setPositionSource(QGeoPositionInfoSource *source);
+
+protected:
+    void showEvent(QShowEvent *event) override;
 
 private:
     friend class ZuveroChatLocationViewControllerPrivate;

@@ -128,8 +128,7 @@ public:
     {
         if (QWidget *attach = attachmentButton())
             attach->setVisible(AttachmentsState::isAttachmentsEnabled()
-                               && ZVXAttachmentPickerController::offeredChoices(false).contains(
-                                   ZVXAttachmentChoice::ChoosePhoto));
+                               && !ZVXAttachmentPickerController::offeredChoices(false).isEmpty());
     }
 
     void chooseAttachment()
@@ -137,10 +136,12 @@ public:
         if (currentPickerController)
             return;
         currentPickerController = new ZVXAttachmentPickerController(q);
+        currentPickerController->setApiInstance(facade);
         const QPointer<ZuveroChatViewController> screen(q);
         currentPickerController->showActionSheetFromView(
             attachmentButton(), !inputBar->image().isNull(),
-            [this, screen](bool success, ZVXAttachmentKind kind, const ZuveroImagePtr &image) {
+            [this, screen](bool success, ZVXAttachmentKind kind, const ZuveroImagePtr &image,
+                           const QVariantMap &location) {
                 if (!screen)
                     return;
                 // Done, though it deletes itself only later: the next press opens a new one.
@@ -154,6 +155,11 @@ public:
                 } else if (kind == ZVXAttachmentKind::Removal) {
                     pickedImage = nullptr;
                     inputBar->setImage(QImage());
+                } else if (kind == ZVXAttachmentKind::Location) {
+                    // A place goes at once: there is nothing to add to it.
+                    if (const ZuveroChatMessagePtr message
+                        = ZuveroChatMessage::initWithLocationDictionary(location))
+                        screen->sendMessage(message);
                 }
                 inputBar->responder()->setFocus();
             });

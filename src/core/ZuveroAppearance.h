@@ -33,15 +33,24 @@ Q_DECLARE_METATYPE(ZuveroResizableImage)
 //! Dates and times in the chat, in the short styles of a locale.
 struct ZuveroDateFormatter
 {
-    QLocale locale;
-    QLocale::FormatType dateStyle = QLocale::ShortFormat;
-    QLocale::FormatType timeStyle = QLocale::ShortFormat;
+    /*!
+        The locale dates are written in. None: the default locale at the
+        time of writing, so that dates follow the application's language.
+    */
+    std::optional<QLocale> locale;
+    QLocale::FormatType dateStyle = QLocale::ShortFormat; //!< how much of the date is written
+    QLocale::FormatType timeStyle = QLocale::ShortFormat; //!< how much of the time is written
 
+    //! The locale a date written now is written in.
+    QLocale usedLocale() const { return locale.value_or(QLocale()); }
+
+    //!  date in local time: its date, a space, then its time.
     QString stringFromDate(const QDateTime &date) const
     {
+        const QLocale used = usedLocale();
         const QDateTime local = date.toLocalTime();
-        return locale.toString(local.date(), dateStyle) + QLatin1Char(' ')
-            + locale.toString(local.time(), timeStyle);
+        return used.toString(local.date(), dateStyle) + QLatin1Char(' ')
+            + used.toString(local.time(), timeStyle);
     }
     friend bool operator==(const ZuveroDateFormatter &, const ZuveroDateFormatter &) = default;
 };

@@ -51,6 +51,7 @@ public:
 
 protected:
     void showEvent(QShowEvent *event) override;
+    void changeEvent(QEvent *event) override;
 
 private:
     friend class ZuveroChatAttachmentViewControllerPrivate;

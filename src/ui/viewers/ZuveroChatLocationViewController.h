@@ -44,6 +44,9 @@ public:
     double radius() const;
     void setRadius(double metres);
 
+protected:
+    void changeEvent(QEvent *event) override;
+
 private:
     friend class ZuveroChatLocationViewControllerPrivate;
     std::unique_ptr<ZuveroChatLocationViewControllerPrivate> d;

@@ -53,8 +53,12 @@ Q_SIGNALS:
     //! Done was pressed; the window is closed after this.
     void doneClicked();
 
+protected:
+    void changeEvent(QEvent *event) override;
+
 private:
     void updateBar();
+    void retranslate();
 
     QWidget *m_bar = nullptr;
     QLabel *m_title = nullptr;

@@ -2,7 +2,9 @@
 #
 #   make             build the library, tools and tests (build/)
 #   make test        ... and run every test suite
-#   make demo        a short conversation through zuvero-cli with a local dev server
+#   make demo        zuvero-demo, a shop with a support chat, against a local dev server
+#                    (offscreen and scripted, writing screenshots, without a display)
+#   make demo-cli    a short conversation through zuvero-cli with a local dev server
 #   make test-sanitize   the same suites under AddressSanitizer + UBSan (build-asan/)
 #   make test-tsan   the threaded suites (operations, network, facade) under ThreadSanitizer
 #   make fuzz        every libFuzzer target for FUZZ_SECONDS (60) each (build-fuzz/)
@@ -18,16 +20,19 @@ FUZZ_SECONDS ?= 60
 JOBS       ?= $(shell nproc)
 CTEST       = ctest --output-on-failure --no-tests=error -j $(JOBS)
 
-.PHONY: all build demo test test-sanitize test-tsan fuzz bench docs package format check-format clean
+.PHONY: all build demo demo-cli test test-sanitize test-tsan fuzz bench docs package format check-format clean
 
 all: build
 
 build:
 	scripts/setup.sh $(BUILD)
 
-# The main job: a short conversation through zuvero-cli with a local dev server.
+# The main job: the demo application with a local dev server that answers by itself.
 demo:
 	BUILD=$(BUILD) scripts/demo.sh
+
+demo-cli:
+	BUILD=$(BUILD) scripts/demo-cli.sh
 
 test: build
 	$(CTEST) --test-dir $(BUILD)

@@ -5,17 +5,10 @@
 #   zuvero-tools    zuvero-devserver, zuvero-cli and zuvero-demo
 #
 # The library's rules name their components (src/CMakeLists.txt); every other
-# install rule of the project falls in "tools", so a new program needs only its
-# install(TARGETS ...) line. Included last, once every target exists.
-
-# The demo is packaged when the build has it, whichever directory defines it and in whatever
-# order: the rule is added once the whole project has been read.
-function(zuvero_install_demo)
-    if(TARGET zuvero-demo)
-        install(TARGETS zuvero-demo RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT tools)
-    endif()
-endfunction()
-cmake_language(DEFER DIRECTORY "${PROJECT_SOURCE_DIR}" CALL zuvero_install_demo)
+# install rule of the project (the dev server's, the CLI's, the demo's) names
+# none and falls in "tools" (CMAKE_INSTALL_DEFAULT_COMPONENT_NAME, set before
+# their directories), so a new program needs only its install(TARGETS ...) line.
+# Included from the top level once the library target exists.
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME zuvero)

@@ -28,17 +28,30 @@ QString ZVXDevBot::replyTo(const ZVXDevMessageRecord &message)
 {
     QStringList parts;
     if (message.text && !message.text->trimmed().isEmpty())
-        parts.append(QStringLiteral("You wrote: \u201c%1\u201d.").arg(message.text->trimmed()));
+        parts.append(QStringLiteral("You wrote: \u201c%1\u201d").arg(message.text->trimmed()));
     if (!message.attachments.isEmpty()) {
+        // Pictures picked in the chat are named after their identifier: no name to repeat.
+        qsizetype pictures = 0;
         QStringList names;
-        for (const ZVXDevAttachmentRecord &attachment : message.attachments)
-            names.append(attachment.filename);
-        parts.append(QStringLiteral("Thanks for %1.").arg(names.join(QStringLiteral(", "))));
+        for (const ZVXDevAttachmentRecord &attachment : message.attachments) {
+            if (attachment.contentType.startsWith(QLatin1String("image/")))
+                ++pictures;
+            else
+                names.append(QStringLiteral("\u201c%1\u201d").arg(attachment.filename));
+        }
+        if (pictures > 0)
+            parts.append(pictures == 1 ? QStringLiteral("Thanks for the picture.")
+                                       : QStringLiteral("Thanks for the pictures."));
+        if (!names.isEmpty())
+            parts.append(QStringLiteral("Thanks for %1.").arg(names.join(QStringLiteral(", "))));
     }
     if (message.location)
         parts.append(QStringLiteral("Thanks for sharing your location."));
     if (parts.isEmpty())
         parts.append(QStringLiteral("Hello! How can I help?"));
+    // The quote ends a sentence only when another follows it.
+    else if (parts.size() > 1 && parts.first().endsWith(QChar(0x201d)))
+        parts.first().append(QLatin1Char('.'));
     return parts.join(QLatin1Char(' '));
 }
 

@@ -111,7 +111,10 @@ QMenu *ZVXActionSheetController::actionSheet(QWidget *parent)
         return m_actionSheet;
     auto *sheet = new QMenu(parent);
     sheet->setObjectName(QStringLiteral("actionSheet"));
-    sheet->setAccessibleName(m_title);
+    // Untitled, a menu is known by the control that opened it ("Add Attachment").
+    sheet->setAccessibleName(!m_title.isEmpty() ? m_title
+                                 : parent       ? parent->accessibleName()
+                                                : QString());
     if (!m_title.isEmpty())
         sheet->addSection(m_title);
 

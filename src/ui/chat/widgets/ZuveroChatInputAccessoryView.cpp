@@ -110,7 +110,8 @@ public:
         QObject::connect(ui.attachmentButton, &QToolButton::clicked, q,
                          [this] { q->addAttachment(); });
 
-        q->setFocusProxy(ui.textView);
+        // No focus proxy: in the tab chain a proxy stands where the bar is, before the attachment
+        // button, and Tab would jump from the list straight into the field past the button.
         q->setAcceptDrops(true);
         q->setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);
         applySendButtonColors();

@@ -2,6 +2,8 @@
 
 #include "ZVXLocalization.h"
 
+#include <QAction>
+#include <QApplication>
 #include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -76,6 +78,20 @@ ZuveroNavigationController::ZuveroNavigationController(QWidget *root, QWidget *p
         Q_EMIT doneClicked();
         window()->close();
     });
+    // The keyboard's way to the same buttons: the desktop's Back (Alt+Left) while a screen is
+    // pushed, and its Close (Ctrl+W) for Done, anywhere in the container.
+    const auto addShortcut = [this](QKeySequence::StandardKey key, QPushButton *button) {
+        auto *action = new QAction(this);
+        action->setShortcuts(key);
+        action->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+        connect(action, &QAction::triggered, button, [button] {
+            if (button->isVisible() && button->isEnabled())
+                button->click();
+        });
+        addAction(action);
+    };
+    addShortcut(QKeySequence::Back, m_back);
+    addShortcut(QKeySequence::Close, m_done);
     pushViewController(root);
 }
 
@@ -103,9 +119,28 @@ void ZuveroNavigationController::pushViewController(QWidget *screen)
     if (!screen)
         return;
     screen->installEventFilter(new TitleWatcher(screen, [this] { updateBar(); }));
+    // Where the keyboard was goes under the new screen with the one it covers, and the
+    // keyboard goes into the new screen, so that its keys and Back work at once.
+    QWidget *focused = QApplication::focusWidget();
+    m_returnFocus.append(focused && isAncestorOf(focused) ? focused : nullptr);
     m_stack->addWidget(screen);
     m_stack->setCurrentWidget(screen);
     updateBar();
+    if (m_stack->count() > 1)
+        focusInto(screen);
+}
+
+void ZuveroNavigationController::focusInto(QWidget *screen)
+{
+    for (QWidget *next = screen->nextInFocusChain(); next && next != screen;
+         next = next->nextInFocusChain()) {
+        if (screen->isAncestorOf(next) && (next->focusPolicy() & Qt::TabFocus)
+            && next->isVisibleTo(screen) && next->isEnabled()) {
+            next->setFocus(Qt::OtherFocusReason);
+            return;
+        }
+    }
+    m_back->setFocus(Qt::OtherFocusReason);
 }
 
 void ZuveroNavigationController::popViewController()
@@ -113,10 +148,15 @@ void ZuveroNavigationController::popViewController()
     if (m_stack->count() <= 1)
         return;
     QWidget *top = m_stack->currentWidget();
+    const bool hadFocus = top->isAncestorOf(QApplication::focusWidget()) || m_back->hasFocus()
+        || m_done->hasFocus();
     m_stack->removeWidget(top);
     top->deleteLater();
     m_stack->setCurrentIndex(m_stack->count() - 1);
     updateBar();
+    const QPointer<QWidget> returnTo = m_returnFocus.takeLast();
+    if (hadFocus && returnTo)
+        returnTo->setFocus(Qt::OtherFocusReason);
 }
 
 void ZuveroNavigationController::setTitleView(QWidget *view)

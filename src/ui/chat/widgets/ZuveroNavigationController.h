@@ -5,6 +5,7 @@
 
 #include "zuvero_export.h"
 
+#include <QPointer>
 #include <QWidget>
 
 class QLabel;
@@ -67,6 +68,7 @@ protected:
 private:
     void updateBar();
     void retranslate();
+    void focusInto(QWidget *screen);
 
     QWidget *m_bar = nullptr;
     QLabel *m_title = nullptr;
@@ -74,4 +76,6 @@ private:
     QPushButton *m_done = nullptr;
     QStackedWidget *m_stack = nullptr;
     QWidget *m_titleView = nullptr;
+    //! For each screen under the top one, the widget that had the keyboard when it was covered.
+    QList<QPointer<QWidget>> m_returnFocus;
 };

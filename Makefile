@@ -9,6 +9,8 @@
 #   make test-tsan   the threaded suites (operations, network, facade) under ThreadSanitizer
 #   make fuzz        every libFuzzer target for FUZZ_SECONDS (60) each (build-fuzz/)
 #   make bench       the benchmarks' table of ratios (build/)
+#   make docs        the API reference of the public headers (build/docs/html)
+#   make package     Debian packages: library, -dev, tools (build/packages)
 #   make format / check-format
 
 BUILD      ?= build
@@ -18,7 +20,7 @@ FUZZ_SECONDS ?= 60
 JOBS       ?= $(shell nproc)
 CTEST       = ctest --output-on-failure --no-tests=error -j $(JOBS)
 
-.PHONY: all build demo demo-cli test test-sanitize test-tsan fuzz bench format check-format clean
+.PHONY: all build demo demo-cli test test-sanitize test-tsan fuzz bench docs package format check-format clean
 
 all: build
 
@@ -55,6 +57,15 @@ fuzz:
 
 bench: build
 	$(BUILD)/bench/zuvero-bench
+
+# Doxygen's warnings are errors: every public name must be documented.
+docs:
+	scripts/setup.sh --deps-only
+	test -f $(BUILD)/CMakeCache.txt || cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
+	cmake --build $(BUILD) --target docs
+
+package: build
+	cmake --build $(BUILD) --target package
 
 # Tracked files and new ones not yet added (but not ignored ones).
 SOURCES = git ls-files --cached --others --exclude-standard '*.cpp' '*.h'

@@ -35,6 +35,9 @@ packages=(
     # fuzzing (clang with libFuzzer's runtime) and the benchmarks' instruction
     # counts (valgrind's callgrind and its client-request header)
     clang libclang-rt-dev valgrind
+    # the API reference (make docs) and the Debian packages (make package: CPack
+    # reads the binaries' dependencies with dpkg-shlibdeps and their kind with file)
+    doxygen dpkg-dev file
 )
 
 # Node and npm run the console's browser test. Any recent Node will do, so

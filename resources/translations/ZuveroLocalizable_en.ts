@@ -1,21 +1,52 @@
 <?xml version="1.0" encoding="utf-8"?>
 <!DOCTYPE TS>
 <!-- The library's own texts. Each source is a key; a host overrides any of
-     them in its own translations under the context "Localizable". -->
+     them in its own translations under the context "Localizable". The French
+     and Arabic tables hold the same keys. -->
 <TS version="2.1" language="en">
 <context>
     <name>ZuveroLocalizable</name>
+    <!-- The chat screen -->
     <message>
         <source>zuveroChatTitle</source>
         <translation>Support</translation>
     </message>
     <message>
-        <source>zuveroSendButtonTitle</source>
-        <translation>Send</translation>
+        <source>zuveroBackButtonTitle</source>
+        <translation>Back</translation>
     </message>
+    <message>
+        <source>zuveroDoneButtonTitle</source>
+        <translation>Done</translation>
+    </message>
+    <message>
+        <source>zuveroLoadMoreMessagesButtonTitle</source>
+        <translation>Load earlier messages</translation>
+    </message>
+    <message>
+        <source>zuveroWaitingForConnectionLabel</source>
+        <translation>Waiting for connection</translation>
+    </message>
+    <message>
+        <source>zuveroCopyButtonTitle</source>
+        <translation>Copy</translation>
+    </message>
+    <message>
+        <source>zuveroKilobytesSize</source>
+        <translation>%1 Ko</translation>
+    </message>
+    <message>
+        <source>zuveroMegabytesSize</source>
+        <translation>%1 Mo</translation>
+    </message>
+    <!-- The input bar -->
     <message>
         <source>zuveroMessageFieldTitle</source>
         <translation>Message</translation>
+    </message>
+    <message>
+        <source>zuveroSendButtonTitle</source>
+        <translation>Send</translation>
     </message>
     <message>
         <source>zuveroAttachmentButtonTitle</source>
@@ -25,10 +56,36 @@
         <source>zuveroAttachmentImageTitle</source>
         <translation>Picture to Send</translation>
     </message>
+    <!-- What a screen reader says of a message: who, what and when -->
     <message>
-        <source>zuveroLoadMoreMessagesButtonTitle</source>
-        <translation>Load earlier messages</translation>
+        <source>zuveroUserName</source>
+        <translation>You</translation>
     </message>
+    <message>
+        <source>zuveroAgentName</source>
+        <translation>Agent</translation>
+    </message>
+    <message>
+        <source>zuveroSystemName</source>
+        <translation>System</translation>
+    </message>
+    <message>
+        <source>zuveroPictureDescription</source>
+        <translation>Picture</translation>
+    </message>
+    <message>
+        <source>zuveroLocationDescription</source>
+        <translation>Location</translation>
+    </message>
+    <message>
+        <source>zuveroMessageAccessibleFormat</source>
+        <translation>%1: %2</translation>
+    </message>
+    <message>
+        <source>zuveroDatedMessageAccessibleFormat</source>
+        <translation>%1: %2, %3</translation>
+    </message>
+    <!-- Attachments and places -->
     <message>
         <source>zuveroCancelButtonTitle</source>
         <translation>Cancel</translation>
@@ -44,6 +101,63 @@
     <message>
         <source>zuveroLocationButtonTitle</source>
         <translation>Share Location</translation>
+    </message>
+    <message>
+        <source>zuveroAttachmentViewTitle</source>
+        <translation>Attachment</translation>
+    </message>
+    <message>
+        <source>zuveroLocationViewTitle</source>
+        <translation>Location</translation>
+    </message>
+    <message>
+        <source>zuveroZoomOutButtonTitle</source>
+        <translation>Zoom Out</translation>
+    </message>
+    <message>
+        <source>zuveroFitButtonTitle</source>
+        <translation>Fit</translation>
+    </message>
+    <message>
+        <source>zuveroZoomInButtonTitle</source>
+        <translation>Zoom In</translation>
+    </message>
+    <message>
+        <source>zuveroSaveAsButtonTitle</source>
+        <translation>Save As…</translation>
+    </message>
+    <message>
+        <source>zuveroOpenWithButtonTitle</source>
+        <translation>Open With…</translation>
+    </message>
+    <message>
+        <source>zuveroUnreadablePDFMessage</source>
+        <translation>The PDF document cannot be read.</translation>
+    </message>
+    <message>
+        <source>zuveroOpenedOutsideMessage</source>
+        <translation>“%1” was opened with the desktop's application for it.</translation>
+    </message>
+    <message>
+        <source>zuveroUnopenableAttachmentMessage</source>
+        <translation>The attachment cannot be opened.</translation>
+    </message>
+    <!-- Alerts, notices and notifications -->
+    <message>
+        <source>zuveroErrorTitle</source>
+        <translation>Error</translation>
+    </message>
+    <message>
+        <source>zuveroSendFailedMessage</source>
+        <translation>Could not send the message</translation>
+    </message>
+    <message>
+        <source>zuveroOfflineAlertMessage</source>
+        <translation>The Internet connection appears to be offline.</translation>
+    </message>
+    <message>
+        <source>zuveroOKButtonTitle</source>
+        <translation>OK</translation>
     </message>
     <message>
         <source>zuveroNotificationOpen</source>

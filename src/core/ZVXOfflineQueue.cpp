@@ -119,8 +119,10 @@ void ZVXOfflineQueue::sendOfflineMessages(bool fromLoop)
                 // Given up: marked errored, shown to the user, and out of the queue.
                 message->setIsErrored(true);
                 self->m_facade->showToast(
-                    ZVXLocalization::hostString(QStringLiteral("Error")),
-                    ZVXLocalization::hostString(QStringLiteral("Could not send the message")),
+                    ZVXLocalization::localizeString(QStringLiteral("zuveroErrorTitle"),
+                                                    QStringLiteral("Error")),
+                    ZVXLocalization::localizeString(QStringLiteral("zuveroSendFailedMessage"),
+                                                    QStringLiteral("Could not send the message")),
                     GiveUpNoticeSeconds);
                 self->handleSendingSuccess(self->m_offlineMessages, message);
             }

@@ -1,5 +1,8 @@
 #pragma once
 
+//! \file
+//! What the facade tells a host's delegate.
+
 #include "ZuveroNotificationCenter.h"
 
 #include <functional>
@@ -23,13 +26,21 @@ struct ZuveroDelegate
     //! After the chat screen disappeared.
     std::function<void(Zuvero *zuvero)> onClose;
 
+    //! The unread count changed (ZuveroChatUnreadCountDidChangeNotification).
     std::function<void(const ZuveroNotification &notification)> zuveroUnreadCountDidChange;
+    //! The welcome text changed (ZuveroWelcomeMessageDidChangeNotification).
     std::function<void(const ZuveroNotification &notification)> zuveroWelcomeMessageDidChange;
+    //! The user sent a message (ZuveroChatDidSendMessageNotification).
     std::function<void(const ZuveroNotification &notification)> zuveroChatDidSendMessage;
+    //! New messages arrived (ZuveroChatDidReceiveNewMessagesNotification).
     std::function<void(const ZuveroNotification &notification)> zuveroChatDidReceiveNewMessages;
+    //! The chat screen is about to show (ZuveroChatWillAppearNotification).
     std::function<void(const ZuveroNotification &notification)> zuveroChatWillAppear;
+    //! The chat screen shows (ZuveroChatDidAppearNotification).
     std::function<void(const ZuveroNotification &notification)> zuveroChatDidAppear;
+    //! The chat screen is about to go (ZuveroChatWillDisappearNotification).
     std::function<void(const ZuveroNotification &notification)> zuveroChatWillDisappear;
+    //! The chat screen went (ZuveroChatDidDisappearNotification).
     std::function<void(const ZuveroNotification &notification)> zuveroChatDidDisappear;
 
     //! The first request of a burst began (requests less than 0.3 s apart form one burst).

@@ -1,5 +1,8 @@
 #pragma once
 
+//! \file
+//! A picture the user picked to send.
+
 #include "zuvero_export.h"
 
 #include <QByteArray>
@@ -9,15 +12,17 @@
 #include <memory>
 #include <optional>
 
+//! The file formats of a picked picture, as told by the file's first byte.
 enum class ZuveroImageType {
-    PNG = 0,
-    JPEG = 1,
-    GIF = 2,
-    TIFF = 3,
-    Unknown = 4,
+    PNG = 0, //!< a PNG file
+    JPEG = 1, //!< a JPEG file
+    GIF = 2, //!< a GIF file, perhaps animated
+    TIFF = 3, //!< a big-endian TIFF file
+    Unknown = 4, //!< anything else
 };
 
 class ZuveroImage;
+//! How picked pictures are held.
 using ZuveroImagePtr = std::shared_ptr<ZuveroImage>;
 
 /*!
@@ -56,18 +61,28 @@ public:
     //! The media type by the first byte: "image/gif", "image/tiff", "image/png", "image/jpeg".
     static std::optional<QString> stringContentTypeForImageData(const QByteArray &data);
 
+    //! The decoded picture; null when the bytes did not decode.
     QImage image() const { return m_image; }
+    //! Sets the decoded picture to \a image.
     void setImage(const QImage &image) { m_image = image; }
+    //! The encoded file, as it is uploaded.
     QByteArray raw() const { return m_raw; }
+    //! Sets the encoded file to \a raw.
     void setRaw(const QByteArray &raw) { m_raw = raw; }
+    //! The file's format.
     ZuveroImageType type() const { return m_type; }
+    //! Sets the file's format to \a type.
     void setType(ZuveroImageType type) { m_type = type; }
 
     //! The media type attachments made from this record carry; TIFF is "image/ttif".
     std::optional<QString> contentType() const;
+    //! The file is a PNG.
     bool isPng() const { return m_type == ZuveroImageType::PNG; }
+    //! The file is a JPEG.
     bool isJpeg() const { return m_type == ZuveroImageType::JPEG; }
+    //! The file is a GIF, shown animated.
     bool isGif() const { return m_type == ZuveroImageType::GIF; }
+    //! The file is a TIFF (the name keeps the media type's spelling, "image/ttif").
     bool isTtif() const { return m_type == ZuveroImageType::TIFF; }
 
     /*!

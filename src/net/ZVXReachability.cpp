@@ -161,11 +161,12 @@ bool ZVXReachability::isReachableOrShowAlert(
 {
     if (isReachable())
         return true;
-    using ZVXLocalization::hostString;
+    using ZVXLocalization::localizeString;
     if (showAlert)
-        showAlert({hostString(QStringLiteral("Error")),
-                   hostString(QStringLiteral("The Internet connection appears to be offline.")),
-                   {hostString(QStringLiteral("OK"))},
+        showAlert({localizeString(QStringLiteral("zuveroErrorTitle"), QStringLiteral("Error")),
+                   localizeString(QStringLiteral("zuveroOfflineAlertMessage"),
+                                  QStringLiteral("The Internet connection appears to be offline.")),
+                   {localizeString(QStringLiteral("zuveroOKButtonTitle"), QStringLiteral("OK"))},
                    {}});
     return false;
 }

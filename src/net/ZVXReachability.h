@@ -1,5 +1,8 @@
 #pragma once
 
+//! \file
+//! Whether a server or the Internet can be reached, and when that changes.
+
 #include "ZVXAlert.h"
 #include "ZVXReachabilityFlagSource.h"
 
@@ -30,11 +33,12 @@ class ZUVERO_EXPORT ZVXReachability : public QObject
     Q_OBJECT
 
 public:
+    //! How the monitored network can be reached.
     enum NetworkStatus {
-        NotReachable = 0,
+        NotReachable = 0, //!< not at all
         //! Any link that is not cellular.
         ReachableViaWiFi = 1,
-        ReachableViaWWAN = 2,
+        ReachableViaWWAN = 2, //!< over a cellular (wwan) link
     };
 
     //! Makes the source of a monitor for \a address; null refuses the monitor.
@@ -58,10 +62,17 @@ public:
 
     ~ZVXReachability() override;
 
+    /*!
+        Starts announcing changes (ZuveroNetworkReachabilityChangedNotification);
+        false when the source cannot watch. Starting twice is harmless.
+    */
     bool startNotifier();
+    //! Stops announcing changes.
     void stopNotifier();
 
+    //! How the network can be reached now, from the source's current flags.
     NetworkStatus currentReachabilityStatus() const;
+    //! Whether a link must first be brought up (a dial-up or VPN connection) to reach it.
     bool connectionRequired() const;
 
     //! Whether this monitor's network can be reached now.
@@ -78,7 +89,9 @@ public:
     static bool
     checkNetworkIsReachableOrShowAlert(const std::function<void(const ZVXAlert &)> &showAlert);
 
+    //! The status that the ZVXReachabilityFlags \a flags give for a server or the Internet.
     static NetworkStatus networkStatusForFlags(quint32 flags);
+    //! The status they give for the link-local network: reachable only over a direct link.
     static NetworkStatus localWiFiStatusForFlags(quint32 flags);
 
     //! Replaces the source of monitors made from now on; an empty factory restores the default.

@@ -1,5 +1,8 @@
 #pragma once
 
+//! \file
+//! Where reachability flags come from, and a source set by hand.
+
 #include "zuvero_export.h"
 
 #include <QObject>
@@ -35,10 +38,13 @@ public:
 
     //! The current flags; nothing when they cannot be read.
     virtual std::optional<quint32> flags() const = 0;
+    //! Starts watching; false when the flags cannot be watched.
     virtual bool start() = 0;
+    //! Stops watching.
     virtual void stop() = 0;
 
 Q_SIGNALS:
+    //! The flags may have changed; read flags() to know.
     void changed();
 };
 
@@ -52,6 +58,7 @@ class ZUVERO_EXPORT ZVXSettableReachabilitySource final : public ZVXReachability
     Q_OBJECT
 
 public:
+    //! A source whose flags are \a flags until setFlags() is called.
     explicit ZVXSettableReachabilitySource(std::optional<quint32> flags = {},
                                            QObject *parent = nullptr)
         : ZVXReachabilityFlagSource(parent)
@@ -59,12 +66,15 @@ public:
     { }
 
     std::optional<quint32> flags() const override { return m_flags; }
+    //! Replaces the flags with \a flags and emits changed().
     void setFlags(std::optional<quint32> flags)
     {
         m_flags = flags;
         Q_EMIT changed();
     }
+    //! Always succeeds: changes come from setFlags().
     bool start() override { return true; }
+    //! Nothing to stop.
     void stop() override { }
 
 private:

@@ -4,7 +4,8 @@
 
 #include <QByteArray>
 
-/*
+/*!
+    \file
     Certificate authorities the library trusts besides the system's, for
     every HTTPS connection it makes: a company server signed by its own
     authority, or a development server. Verification is never switched off;

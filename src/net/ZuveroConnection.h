@@ -1,5 +1,8 @@
 #pragma once
 
+//! \file
+//! The connection to the chat server, and the notifications of its previews.
+
 #include "ZuveroChatMessage.h"
 #include "ZuveroError.h"
 
@@ -30,6 +33,7 @@ inline constexpr QLatin1String ZuveroAttachmentPreviewDidLoadNotification{
 */
 inline constexpr QLatin1String ZuveroLocationPreviewDidLoadNotification{
     "ZuveroLocationPreviewDidLoadNotification"};
+//! The user-info key of the picture in the two preview notifications.
 inline constexpr QLatin1String ZuveroPreviewImageKey{"previewImage"};
 
 class ZVXConnectionAPI;
@@ -48,15 +52,20 @@ class ZUVERO_EXPORT ZuveroConnection : public QObject
     Q_OBJECT
 
 public:
+    //! Called once a call ends: \a success, or the \a error that stopped it.
     using Completion = std::function<void(bool success, const ZuveroError &error)>;
+    //! Called with a count, or ZuveroNotFound and the error.
     using CountCompletion = std::function<void(qint64 count, const ZuveroError &error)>;
+    //! Called with the messages, oldest first, and whether there are older ones; or an error.
     using MessagesCompletion
         = std::function<void(const std::optional<ZuveroChatMessageList> &messages,
                              bool moreMessages, const ZuveroError &error)>;
     //! Upload and download fractions, 0 to 1.
     using Progress = std::function<void(double upload, double download)>;
+    //! Called with the decoded picture of an attachment, or an error.
     using DocumentCompletion
         = std::function<void(const ZuveroImagePtr &document, const ZuveroError &error)>;
+    //! Called with the bytes of an attachment's file, or an error.
     using FileCompletion
         = std::function<void(const std::optional<QByteArray> &bytes, const ZuveroError &error)>;
 
@@ -64,12 +73,14 @@ public:
     static ZuveroConnection *initWithAPI(ZVXConnectionAPI *api, QObject *parent = nullptr);
     ~ZuveroConnection() override;
 
+    //! The version of the server's API in request paths: "1.0" ("/api/1.0/...").
     static QString serverApiVersion();
 
     //! Tells the server who the user is and where to push.
     void registerApp(Completion completion);
     //! The unread count, after the facade has taken it over.
     void loadUserStatus(CountCompletion completion);
+    //! The unread count the server reports, which the facade takes over as well.
     void fetchUnreadCountWithCompletion(CountCompletion completion);
 
     /*!
@@ -77,6 +88,7 @@ public:
         oldest first, at most \a limit of them (no limit at 0).
     */
     void loadMessageSinceDate(const QDateTime &since, quint32 limit, MessagesCompletion completion);
+    //! Messages written after \a since and before \a until; an invalid date sets no bound.
     void loadMessageSinceDate(const QDateTime &since, const QDateTime &until, quint32 limit,
                               MessagesCompletion completion);
     //! Messages written before \a until.
@@ -85,6 +97,7 @@ public:
     //! Sends \a message with the attachments that have their bytes.
     void sendChatMessage(const ZuveroChatMessagePtr &message, Completion completion,
                          Progress progress = {});
+    //! Tells the server that the user has seen \a messages; none succeeds at once.
     void markReadMessages(const ZuveroChatMessageList &messages, Completion completion);
 
     // --- Previews --------------------------------------------------------

@@ -4,29 +4,34 @@
 
 #include <QCoreApplication>
 #include <QLocale>
+#include <QMutex>
 #include <QTranslator>
+
+#include <optional>
 
 namespace {
 
-// The library's table is loaded once and never installed in the
-// application, so that it cannot shadow the host's own translations. A key
+// The library's table is never installed in the application, so that it cannot shadow the
+// host's own translations. It follows the default locale: a host that switches language calls
+// QLocale::setDefault(), and the next lookup loads the table of the new language. A key
 // missing from the user's language falls back to English.
 class LibraryTable
 {
 public:
     LibraryTable()
     {
-        const QString directory = QStringLiteral(":/Zuvero.bundle/translations");
-        const QString name = QString::fromLatin1(ZVXLocalization::LibraryContext);
-        m_localeLoaded = m_locale.load(QLocale(), name, QStringLiteral("_"), directory);
         // English is built in; a library without it is a build fault worth a line in the log.
-        if (!m_english.load(name + QStringLiteral("_en"), directory))
+        if (!m_english.load(name() + QStringLiteral("_en"), directory()))
             qCWarning(lcZuvero, "ZVX ERROR: ZVXLocalization: the English table is missing");
     }
 
-    QString translate(const QString &key) const
+    QString translate(const QString &key)
     {
         const QByteArray source = key.toUtf8();
+        QMutexLocker lock(&m_mutex);
+        const QLocale locale;
+        if (!m_chosen || *m_chosen != locale)
+            choose(locale);
         QString text;
         if (m_localeLoaded)
             text = m_locale.translate(ZVXLocalization::LibraryContext, source.constData());
@@ -36,14 +41,29 @@ public:
     }
 
 private:
+    static QString name() { return QString::fromLatin1(ZVXLocalization::LibraryContext); }
+    static QString directory() { return QStringLiteral(":/Zuvero.bundle/translations"); }
+
+    void choose(const QLocale &locale)
+    {
+        m_chosen = locale;
+        m_localeLoaded = m_locale.load(locale, name(), QStringLiteral("_"), directory());
+        // The C locale speaks the English the table falls back to anyway.
+        if (!m_localeLoaded && locale.language() != QLocale::C)
+            ZVXLog(QStringLiteral("ZVXLocalization: no texts for %1, English ones instead")
+                       .arg(locale.name()));
+    }
+
+    QMutex m_mutex;
+    std::optional<QLocale> m_chosen;
     QTranslator m_locale;
     QTranslator m_english;
     bool m_localeLoaded = false;
 };
 
-const LibraryTable &libraryTable()
+LibraryTable &libraryTable()
 {
-    static const LibraryTable table;
+    static LibraryTable table;
     return table;
 }
 
@@ -67,6 +87,15 @@ QString localizeString(const QString &key)
 {
     const QString host = hostString(key);
     return host == key ? libraryString(key) : host;
+}
+
+QString localizeString(const QString &key, const QString &hostText)
+{
+    if (const QString host = hostString(key); host != key)
+        return host;
+    if (const QString host = hostString(hostText); host != hostText)
+        return host;
+    return libraryString(key);
 }
 
 } // namespace ZVXLocalization

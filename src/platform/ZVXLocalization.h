@@ -10,7 +10,8 @@
     context "Localizable". The library's table "ZuveroLocalizable" comes
     second; it ships as Qt translations in ":/Zuvero.bundle/translations"
     (English is always there) and is chosen by the default QLocale's UI
-    languages. A key found in neither comes back as itself.
+    languages, looked at again whenever that locale changes. A key found in
+    neither comes back as itself.
 */
 namespace ZVXLocalization {
 
@@ -22,6 +23,13 @@ ZUVERO_EXPORT QString hostString(const QString &key);
 
 //! The host's translation of \a key, else the library's, else \a key itself.
 ZUVERO_EXPORT QString localizeString(const QString &key);
+
+/*!
+    For texts that hosts translate by their English wording (\a hostText,
+    "Error" say): the host's translation of \a key, else its translation of
+    \a hostText, else the library's translation of \a key.
+*/
+ZUVERO_EXPORT QString localizeString(const QString &key, const QString &hostText);
 
 //! The library's own translation of \a key, or \a key itself.
 ZUVERO_EXPORT QString libraryString(const QString &key);

@@ -1,5 +1,8 @@
 #pragma once
 
+//! \file
+//! The application as the library sees it: badge, background work, foreground, push.
+
 #include "zuvero_export.h"
 
 #include <QList>
@@ -8,6 +11,7 @@
 #include <functional>
 #include <memory>
 
+//! Identifies a task begun with ZuveroApplication::beginBackgroundTask().
 using ZuveroBackgroundTaskIdentifier = quint64;
 //! Never handed out by beginBackgroundTask(); "no task".
 inline constexpr ZuveroBackgroundTaskIdentifier ZuveroBackgroundTaskInvalid = 0;
@@ -16,11 +20,12 @@ inline constexpr ZuveroBackgroundTaskIdentifier ZuveroBackgroundTaskInvalid = 0;
 inline constexpr QLatin1String ZuveroApplicationWillEnterForegroundNotification{
     "ZuveroApplicationWillEnterForegroundNotification"};
 
+//! The kinds of notification the library asks a push channel to deliver.
 enum class ZuveroNotificationType {
-    None = 0,
-    Badge = 1,
-    Sound = 2,
-    Alert = 4,
+    None = 0, //!< none
+    Badge = 1, //!< a count on the application's icon
+    Sound = 2, //!< a sound
+    Alert = 4, //!< a visible message
 };
 Q_DECLARE_FLAGS(ZuveroNotificationTypes, ZuveroNotificationType)
 Q_DECLARE_OPERATORS_FOR_FLAGS(ZuveroNotificationTypes)
@@ -28,18 +33,19 @@ Q_DECLARE_OPERATORS_FOR_FLAGS(ZuveroNotificationTypes)
 //! An action the user can take on a delivered notification, such as a typed reply.
 struct ZuveroNotificationAction
 {
-    QString identifier;
-    QString title;
-    bool activatesInBackground = true;
-    bool destructive = false;
-    bool textInput = false;
-    bool authenticationRequired = false;
+    QString identifier; //!< what the payload's handler is told, e.g. "ACTION_SEND"
+    QString title; //!< the button's title
+    bool activatesInBackground = true; //!< handled without bringing the application forward
+    bool destructive = false; //!< shown as an action that deletes or discards
+    bool textInput = false; //!< the user types a text with it (a reply)
+    bool authenticationRequired = false; //!< only once the user has unlocked the session
 };
 
+//! A kind of notification, named by the payload, with the actions it offers.
 struct ZuveroNotificationCategory
 {
-    QString identifier;
-    QList<ZuveroNotificationAction> actions;
+    QString identifier; //!< the category a payload names, e.g. "interactive"
+    QList<ZuveroNotificationAction> actions; //!< in the order they are offered
 };
 
 /*!
@@ -51,9 +57,11 @@ struct ZuveroNotificationCategory
 */
 struct ZuveroPushChannel
 {
+    //! Asked to deliver notifications of \a types, with the actions of \a categories.
     std::function<void(ZuveroNotificationTypes types,
                        const QList<ZuveroNotificationCategory> &categories)>
         registerUserNotificationSettings;
+    //! Asked to register the device with the push service; the token goes to the facade.
     std::function<void()> registerForRemoteNotifications;
 };
 
@@ -71,6 +79,7 @@ class ZUVERO_EXPORT ZuveroApplication : public QObject
     Q_PROPERTY(int backgroundTaskCount READ backgroundTaskCount NOTIFY backgroundTaskCountChanged)
 
 public:
+    //! The process's instance, made on first use on the main thread.
     static ZuveroApplication *sharedApplication();
     ~ZuveroApplication() override;
 
@@ -82,6 +91,7 @@ public:
         QGuiApplication::desktopFileName(), else the application name).
     */
     qint64 applicationIconBadgeNumber() const;
+    //! Shows \a number on the launcher icon; see applicationIconBadgeNumber().
     void setApplicationIconBadgeNumber(qint64 number);
 
     /*!
@@ -91,6 +101,7 @@ public:
     */
     ZuveroBackgroundTaskIdentifier beginBackgroundTask(std::function<void()> expirationHandler
                                                        = {});
+    //! Marks the task \a identifier as finished; an unknown or ended identifier is ignored.
     void endBackgroundTask(ZuveroBackgroundTaskIdentifier identifier);
     //! Tasks begun and not yet ended; a host may keep the system awake while it is above 0.
     int backgroundTaskCount() const;
@@ -105,15 +116,20 @@ public:
     */
     void notifyWillEnterForeground();
 
+    //! Plugs in the host's push service; the library registers through \a channel.
     void setPushChannel(const ZuveroPushChannel &channel);
     //! True once the host has plugged in a push channel.
     bool canRegisterForRemoteNotifications() const;
+    //! Hands \a types and \a categories to the push channel, if there is one.
     void registerUserNotificationSettings(ZuveroNotificationTypes types,
                                           const QList<ZuveroNotificationCategory> &categories);
+    //! Asks the push channel, if there is one, to register the device.
     void registerForRemoteNotifications();
 
 Q_SIGNALS:
+    //! The badge now shows \a number.
     void applicationIconBadgeNumberChanged(qint64 number);
+    //! \a count tasks are running now.
     void backgroundTaskCountChanged(int count);
 
 private:

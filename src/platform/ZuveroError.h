@@ -1,5 +1,8 @@
 #pragma once
 
+//! \file
+//! Errors: the value type, and every error domain of the library with its codes.
+
 #include "zuvero_export.h"
 
 #include <QSharedDataPointer>
@@ -17,6 +20,7 @@ inline constexpr QLatin1String ZuveroHTTPStatusCodeKey{"httpStatusCode"};
 
 //! The facade and the server connection. A server's refusal carries its HTTP status as the code.
 inline constexpr QLatin1String ZuveroErrorDomain{"com.zuvero.errors"};
+//! Codes of ZuveroErrorDomain.
 enum ZuveroErrorCode : qint64 {
     //! No HTTP reply came (or the facade that made the request is gone).
     ZuveroErrorNoHTTPResponse = 1,
@@ -38,6 +42,7 @@ inline constexpr QLatin1String ZuveroHTTPErrorDomain{"com.zuvero.http.error"};
     cannot be decoded...), or one of the codes below.
 */
 inline constexpr QLatin1String ZuveroURLErrorDomain{"com.zuvero.url"};
+//! Codes of ZuveroURLErrorDomain beside the QNetworkReply ones.
 enum ZuveroURLErrorCode : qint64 {
     //! A reply without HTTP, or without a value the call cannot do without.
     ZuveroURLErrorBadServerResponse = -1011,
@@ -49,6 +54,7 @@ enum ZuveroURLErrorCode : qint64 {
 
 //! JSON text that does not parse, or a value JSON cannot hold.
 inline constexpr QLatin1String ZuveroJSONErrorDomain{"com.zuvero.json"};
+//! Codes of ZuveroJSONErrorDomain.
 enum ZuveroJSONErrorCode : qint64 {
     ZuveroJSONErrorInvalidValue = 1, //!< a value JSON cannot represent
     ZuveroJSONErrorParse = 2, //!< text that is not a JSON object or array
@@ -56,14 +62,16 @@ enum ZuveroJSONErrorCode : qint64 {
 
 //! An XML property list that does not parse.
 inline constexpr QLatin1String ZuveroPropertyListErrorDomain{"com.zuvero.plist"};
+//! Codes of ZuveroPropertyListErrorDomain.
 enum ZuveroPropertyListErrorCode : qint64 {
-    ZuveroPropertyListErrorParse = 1,
+    ZuveroPropertyListErrorParse = 1, //!< not a well-formed property list
 };
 
 //! A configuration file that cannot be read or holds no dictionary.
 inline constexpr QLatin1String ZuveroConfigurationErrorDomain{"com.zuvero.configuration"};
+//! Codes of ZuveroConfigurationErrorDomain.
 enum ZuveroConfigurationErrorCode : qint64 {
-    ZuveroConfigurationErrorUnreadable = 1,
+    ZuveroConfigurationErrorUnreadable = 1, //!< missing, unreadable, or not a dictionary
 };
 
 /*!
@@ -71,6 +79,7 @@ enum ZuveroConfigurationErrorCode : qint64 {
     fails with the transport's own error (ZuveroURLErrorDomain).
 */
 inline constexpr QLatin1String ZuveroMapErrorDomain{"com.zuvero.map"};
+//! Codes of ZuveroMapErrorDomain.
 enum ZuveroMapErrorCode : qint64 {
     //! A tile URL template that is not http or https, or lacks one of {z}, {x} and {y}.
     ZuveroMapErrorInvalidURLTemplate = 1,
@@ -100,8 +109,9 @@ enum ZuveroGeocoderErrorCode : qint64 {
 //! An operation that failed without saying why.
 inline constexpr QLatin1String ZVXConcurrentOperationErrorDomain{
     "ZVXConcurrentOperationErrorDomain"};
+//! Codes of ZVXConcurrentOperationErrorDomain.
 enum ZVXConcurrentOperationErrorCode : qint64 {
-    ZVXConcurrentOperationErrorUnknown = 0,
+    ZVXConcurrentOperationErrorUnknown = 0, //!< "Unknown error"
 };
 
 class ZuveroErrorData;
@@ -115,11 +125,17 @@ class ZuveroErrorData;
 class ZUVERO_EXPORT ZuveroError
 {
 public:
+    //! A null error: success.
     ZuveroError();
+    //! An error of \a domain with \a code and the further information \a userInfo.
     ZuveroError(const QString &domain, qint64 code, const QVariantMap &userInfo = {});
+    //! A copy of \a other; errors share their data until one of them changes.
     ZuveroError(const ZuveroError &other);
+    //! Takes \a other's data, leaving \a other null.
     ZuveroError(ZuveroError &&other) noexcept;
+    //! Makes this error a copy of \a other.
     ZuveroError &operator=(const ZuveroError &other);
+    //! Takes \a other's data.
     ZuveroError &operator=(ZuveroError &&other) noexcept;
     ~ZuveroError();
 
@@ -127,11 +143,16 @@ public:
     static ZuveroError withDescription(const QString &domain, qint64 code,
                                        const QString &description);
 
+    //! True for "no error".
     bool isNull() const { return !d; }
+    //! True for an actual error, so that `if (error)` reads as it should.
     explicit operator bool() const { return !isNull(); }
 
+    //! Which part of the library (or of the system) gives the code its meaning.
     QString domain() const;
+    //! The error within its domain; 0 for a null error.
     qint64 code() const;
+    //! Further information, such as ZuveroLocalizedDescriptionKey; empty for a null error.
     QVariantMap userInfo() const;
 
     /*!
@@ -140,11 +161,14 @@ public:
     */
     QString localizedDescription() const;
 
+    //! Errors are equal when domain, code and user info are; all null errors are equal.
     friend ZUVERO_EXPORT bool operator==(const ZuveroError &a, const ZuveroError &b);
+    //! The opposite of operator==().
     friend bool operator!=(const ZuveroError &a, const ZuveroError &b) { return !(a == b); }
 
 private:
     QSharedDataPointer<ZuveroErrorData> d;
 };
 
+//! Writes \a error's domain, code and user info to \a debug.
 ZUVERO_EXPORT QDebug operator<<(QDebug debug, const ZuveroError &error);

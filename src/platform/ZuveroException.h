@@ -1,5 +1,8 @@
 #pragma once
 
+//! \file
+//! The exception raised for programming errors.
+
 #include "zuvero_export.h"
 
 #include <QString>
@@ -16,9 +19,12 @@
 class ZUVERO_EXPORT ZuveroException : public std::exception
 {
 public:
+    //! An exception of the kind \a name, explained by \a reason.
     ZuveroException(const QString &name, const QString &reason);
 
+    //! The kind of error, such as "NSInternalInconsistencyException".
     QString name() const { return m_name; }
+    //! What went wrong, for the developer who reads it.
     QString reason() const { return m_reason; }
 
     //! "name: reason", UTF-8 encoded.

@@ -1,5 +1,8 @@
 #pragma once
 
+//! \file
+//! Named notifications, posted and observed.
+
 #include "zuvero_export.h"
 
 #include <QObject>
@@ -21,12 +24,16 @@
 class ZUVERO_EXPORT ZuveroNotificationObject
 {
 public:
+    //! No object: as a filter, any object.
     ZuveroNotificationObject() = default;
+    //! No object, written as \c nullptr.
     ZuveroNotificationObject(std::nullptr_t) { }
+    //! The service object \a object, which must outlive the notification's delivery.
     ZuveroNotificationObject(const QObject *object)
         : m_identity(object)
         , m_object(const_cast<QObject *>(object))
     { }
+    //! The shared \a object, kept alive by the notification and told apart by its type.
     template<typename T>
     ZuveroNotificationObject(const std::shared_ptr<T> &object)
         : m_identity(object.get())
@@ -34,6 +41,7 @@ public:
         , m_type(&typeid(std::remove_const_t<T>))
     { }
 
+    //! True when there is no object.
     bool isNull() const { return m_identity == nullptr; }
     //! The address that identifies the object.
     const void *identity() const { return m_identity; }
@@ -48,6 +56,7 @@ public:
         return std::static_pointer_cast<T>(m_shared);
     }
 
+    //! The same object: the same address, whatever the kind of reference.
     friend bool operator==(const ZuveroNotificationObject &a, const ZuveroNotificationObject &b)
     {
         return a.m_identity == b.m_identity;
@@ -65,7 +74,9 @@ private:
 class ZUVERO_EXPORT ZuveroNotification
 {
 public:
+    //! A notification without name, object or information.
     ZuveroNotification() = default;
+    //! The notification \a name about \a object, with the information \a userInfo.
     ZuveroNotification(const QString &name, const ZuveroNotificationObject &object,
                        const QVariantMap &userInfo = {})
         : m_name(name)
@@ -73,8 +84,11 @@ public:
         , m_userInfo(userInfo)
     { }
 
+    //! What happened, such as ZuveroChatDidSendMessageNotification.
     QString name() const { return m_name; }
+    //! The object that posted the notification or that it is about; may be null.
     ZuveroNotificationObject object() const { return m_object; }
+    //! Further information, under keys each notification names.
     QVariantMap userInfo() const { return m_userInfo; }
 
 private:
@@ -94,12 +108,17 @@ struct ZuveroNotificationObserverEntry;
 class ZUVERO_EXPORT ZuveroNotificationObserver
 {
 public:
+    //! An observer that observes nothing.
     ZuveroNotificationObserver() = default;
+    //! Takes over \a other's observation.
     ZuveroNotificationObserver(ZuveroNotificationObserver &&other) noexcept = default;
+    //! Ends this observation and takes over \a other's.
     ZuveroNotificationObserver &operator=(ZuveroNotificationObserver &&other) noexcept;
     ~ZuveroNotificationObserver();
 
+    //! Ends the observation now; a notification being delivered on another thread may still come.
     void remove();
+    //! True until remove() or the end of the center.
     bool isActive() const;
 
 private:
@@ -118,6 +137,7 @@ private:
 class ZUVERO_EXPORT ZuveroNotificationCenter
 {
 public:
+    //! What an observer runs for each notification it matches.
     using Block = std::function<void(const ZuveroNotification &)>;
 
     ZuveroNotificationCenter();
@@ -135,7 +155,9 @@ public:
     [[nodiscard]] ZuveroNotificationObserver
     addObserver(const QString &name, const ZuveroNotificationObject &object, Block block);
 
+    //! Delivers \a notification to its observers before returning.
     void post(const ZuveroNotification &notification);
+    //! Delivers the notification \a name about \a object with \a userInfo.
     void post(const QString &name, const ZuveroNotificationObject &object,
               const QVariantMap &userInfo = {});
 

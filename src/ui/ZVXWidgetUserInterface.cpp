@@ -49,9 +49,8 @@ ZVXWidgetUserInterface::~ZVXWidgetUserInterface()
 QWidget *ZVXWidgetUserInterface::makeChatScreen(Zuvero *facade)
 {
     auto *screen = new ZuveroChatViewController;
+    // Titled by the facade's title, else the library's own title in the user's language.
     screen->setApiInstance(facade);
-    screen->setWindowTitle(facade->title().value_or(
-        ZVXLocalization::localizeString(QStringLiteral("zuveroChatTitle"))));
     auto *navigation = new ZuveroNavigationController(screen);
     const ZuveroAppearance &look = facade->appearance();
     navigation->setBarColors(look.navigationBarItemTintColor, look.navigationBarTintColor,
@@ -122,8 +121,10 @@ void ZVXWidgetUserInterface::showInAppBanner(const ZuveroChatMessagePtr &message
 void ZVXWidgetUserInterface::showAlert(const ZVXAlert &alert)
 {
     QMessageBox *box = makeBox(alert.title, alert.message);
-    const QStringList buttons
-        = alert.buttons.isEmpty() ? QStringList{QStringLiteral("OK")} : alert.buttons;
+    const QStringList buttons = alert.buttons.isEmpty()
+        ? QStringList{ZVXLocalization::localizeString(QStringLiteral("zuveroOKButtonTitle"),
+                                                      QStringLiteral("OK"))}
+        : alert.buttons;
     QList<QAbstractButton *> added;
     for (const QString &title : buttons)
         added.append(box->addButton(title, QMessageBox::AcceptRole));

@@ -10,7 +10,8 @@
 #include <memory>
 #include <optional>
 
-/*
+/*!
+    \file
     Functions over bytes and text used for credentials and tokens:
     hexadecimal, URL-safe Base64, random bytes, SHA-256 and HMAC, secure
     clearing, and the removal of JSON nulls from parsed replies.
@@ -52,14 +53,20 @@ ZUVERO_EXPORT std::optional<QByteArray> ZuveroDataWithHexString(const std::optio
 //! Each byte printed with the printf \a format (two characters, e.g. "%02x"); "" for empty bytes.
 ZUVERO_EXPORT std::optional<QString>
 ZuveroHexStringFromDataWithFormat(const std::optional<QByteArray> &data, const char *format);
+//! Lower-case hexadecimal, two digits a byte.
 ZUVERO_EXPORT std::optional<QString> ZuveroHexStringFromData(const std::optional<QByteArray> &data);
+//! Upper-case hexadecimal, two digits a byte.
 ZUVERO_EXPORT std::optional<QString>
 ZuveroUppercaseHexStringFromData(const std::optional<QByteArray> &data);
 
+//! \a data with its bytes in the opposite order.
 ZUVERO_EXPORT std::optional<QByteArray> ZuveroReversedData(const std::optional<QByteArray> &data);
+//! The same as ZuveroReversedData(): a copy the caller may change.
 ZUVERO_EXPORT std::optional<QByteArray>
 ZuveroReversedMutableData(const std::optional<QByteArray> &data);
+//! Reverses the order of the bytes of \a data in place.
 ZUVERO_EXPORT void ZuveroDataReverse(QByteArray &data);
+//! Reverses the order of the \a length bytes at \a bytes in place.
 ZUVERO_EXPORT void ZuveroReverseBytesLength(void *bytes, std::size_t length);
 
 /*!
@@ -67,12 +74,15 @@ ZUVERO_EXPORT void ZuveroReverseBytesLength(void *bytes, std::size_t length);
     false, changing nothing, for anything that is not bytes.
 */
 ZUVERO_EXPORT bool ZuveroDataClear(QByteArray *data);
+//! The same for the bytes a QVariant holds; false for a value of another type.
 ZUVERO_EXPORT bool ZuveroDataClear(QVariant *value);
 
+//! The SHA-256 digest of \a data (32 bytes).
 ZUVERO_EXPORT std::optional<QByteArray> ZuveroSHA256(const std::optional<QByteArray> &data);
 //! HMAC-SHA256 of \a data under \a key (note the order: key first).
 ZUVERO_EXPORT std::optional<QByteArray> ZuveroHMACSHA256(const std::optional<QByteArray> &key,
                                                          const std::optional<QByteArray> &data);
+//! HMAC-SHA512 of \a data under \a key (key first, as for ZuveroHMACSHA256()).
 ZUVERO_EXPORT std::optional<QByteArray> ZuveroHMACSHA512(const std::optional<QByteArray> &key,
                                                          const std::optional<QByteArray> &data);
 

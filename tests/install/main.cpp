@@ -3,6 +3,7 @@
 #include <Zuvero/ZuveroData.h>
 
 #include <QCoreApplication>
+#include <QLocale>
 
 #include <cstdio>
 
@@ -29,7 +30,11 @@ int main(int argc, char **argv)
     const std::optional<QColor> colour = Zuvero::zuveroColorWithHexCode(QStringLiteral("#0F80F0"));
     const bool keysKnown = Zuvero::colorCustomizationKeys().contains(QStringLiteral("tintColor"))
         && Zuvero::allCustomizationKeys().size() > Zuvero::colorCustomizationKeys().size();
-    std::printf("apiKey=%s colour=%s keys=%d reachable=%d\n", qPrintable(key),
-                colour ? qPrintable(colour->name()) : "none", int(keysKnown), int(reachable));
+    // The library's own texts travel inside it, in each of its languages.
+    QLocale::setDefault(QLocale(QLocale::French));
+    const QString title = Zuvero::localizeString(QStringLiteral("zuveroChatTitle"));
+    std::printf("apiKey=%s colour=%s keys=%d title=%s reachable=%d\n", qPrintable(key),
+                colour ? qPrintable(colour->name()) : "none", int(keysKnown), qPrintable(title),
+                int(reachable));
     return key.isEmpty() || !colour || !keysKnown ? 1 : 0;
 }

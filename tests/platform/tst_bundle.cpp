@@ -1,10 +1,15 @@
 #include "ZVXLocalization.h"
 #include "ZVXResources.h"
 
+#include <QDirIterator>
 #include <QFile>
 #include <QGuiApplication>
+#include <QRegularExpression>
 #include <QTest>
 #include <QTranslator>
+#include <QXmlStreamReader>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 const QStringList libraryKeys = {QStringLiteral("zuveroChatTitle"),
@@ -14,7 +19,65 @@ const QStringList libraryKeys = {QStringLiteral("zuveroChatTitle"),
                                  QStringLiteral("zuveroTakePhotoButtonTitle"),
                                  QStringLiteral("zuveroChoosePhotoButtonTitle"),
                                  QStringLiteral("zuveroLocationButtonTitle")};
+
+const QString sourceDir = QStringLiteral(ZUVERO_TEST_SOURCE_DIR);
+
+struct Table
+{
+    QMap<QString, QString> texts;
+    QStringList faults;
+};
+
+// A translation source as lrelease reads it, with what would make a text missing or wrong.
+Table readTable(const QString &language)
+{
+    Table table;
+    QFile file(sourceDir + QStringLiteral("/resources/translations/ZuveroLocalizable_") + language
+               + QStringLiteral(".ts"));
+    if (!file.open(QIODevice::ReadOnly)) {
+        table.faults << file.errorString();
+        return table;
+    }
+    QXmlStreamReader xml(&file);
+    QString source;
+    while (!xml.atEnd()) {
+        if (xml.readNext() != QXmlStreamReader::StartElement)
+            continue;
+        if (xml.name() == QLatin1String("source")) {
+            source = xml.readElementText();
+        } else if (xml.name() == QLatin1String("translation")) {
+            const QString type = xml.attributes().value(QLatin1String("type")).toString();
+            const QString text = xml.readElementText();
+            if (!type.isEmpty())
+                table.faults << source + QStringLiteral(" is ") + type;
+            else if (text.isEmpty())
+                table.faults << source + QStringLiteral(" has no text");
+            if (table.texts.contains(source))
+                table.faults << source + QStringLiteral(" comes twice");
+            table.texts.insert(source, text);
+        }
+    }
+    if (xml.hasError())
+        table.faults << xml.errorString();
+    return table;
 }
+
+QStringList placeholders(const QString &text)
+{
+    static const QRegularExpression marker(QStringLiteral("%[1-9]"));
+    QStringList found;
+    for (const auto &match : marker.globalMatch(text))
+        found << match.captured();
+    found.sort();
+    return found;
+}
+
+// Restores the language of the process whatever a test left.
+struct LanguageGuard
+{
+    ~LanguageGuard() { QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates)); }
+};
+} // namespace
 
 class TestBundle : public QObject
 {
@@ -23,6 +86,10 @@ class TestBundle : public QObject
 private Q_SLOTS:
     void libraryTextsAreEnglish();
     void hostTableComesFirst();
+    void tablesHoldTheSameKeys_data();
+    void tablesHoldTheSameKeys();
+    void everyKeyInTheCodeIsInTheTable();
+    void libraryFollowsTheDefaultLocale();
     void images_data();
     void images();
     void configurationListsTheVersion();
@@ -55,6 +122,83 @@ void TestBundle::hostTableComesFirst()
     QCOMPARE(ZVXLocalization::hostString(QStringLiteral("Error")), QStringLiteral("Fehler"));
     QCoreApplication::removeTranslator(&host);
     QCOMPARE(ZVXLocalization::hostString(QStringLiteral("Error")), QStringLiteral("Error"));
+}
+
+void TestBundle::tablesHoldTheSameKeys_data()
+{
+    QTest::addColumn<QString>("language");
+    QTest::newRow("fr") << QStringLiteral("fr");
+    QTest::newRow("ar") << QStringLiteral("ar");
+}
+
+void TestBundle::tablesHoldTheSameKeys()
+{
+    QFETCH(QString, language);
+    const Table english = readTable(QStringLiteral("en"));
+    const Table other = readTable(language);
+    QVERIFY2(english.faults.isEmpty(), qPrintable(english.faults.join(u", ")));
+    QVERIFY2(other.faults.isEmpty(), qPrintable(other.faults.join(u", ")));
+    QVERIFY(english.texts.size() >= libraryKeys.size());
+    QStringList onlyOne;
+    for (const QString &key : english.texts.keys() + other.texts.keys()) {
+        if (english.texts.contains(key) != other.texts.contains(key))
+            onlyOne << key;
+    }
+    QVERIFY2(onlyOne.isEmpty(), qPrintable(u"in one table only: "_s + onlyOne.join(u", ")));
+    // A translation that drops or adds a placeholder loses a name or shows "%2".
+    for (auto it = english.texts.cbegin(); it != english.texts.cend(); ++it)
+        QVERIFY2(placeholders(other.texts.value(it.key())) == placeholders(it.value()),
+                 qPrintable(it.key()));
+}
+
+void TestBundle::everyKeyInTheCodeIsInTheTable()
+{
+    // A misspelt key would show itself to the user.
+    const Table english = readTable(QStringLiteral("en"));
+    static const QRegularExpression key(QStringLiteral("\"(zuvero[A-Z]\\w*)\""));
+    QStringList missing;
+    int seen = 0;
+    QDirIterator sources(sourceDir + QStringLiteral("/src"), {QStringLiteral("*.cpp")}, QDir::Files,
+                         QDirIterator::Subdirectories);
+    while (sources.hasNext()) {
+        QFile file(sources.next());
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        for (const auto &match : key.globalMatch(QString::fromUtf8(file.readAll()))) {
+            ++seen;
+            if (!english.texts.contains(match.captured(1)))
+                missing << match.captured(1);
+        }
+    }
+    QVERIFY(seen > 20);
+    QVERIFY2(missing.isEmpty(), qPrintable(u"not in the table: "_s + missing.join(u", ")));
+}
+
+void TestBundle::libraryFollowsTheDefaultLocale()
+{
+    LanguageGuard guard;
+    const auto title = [] { return ZVXLocalization::localizeString(u"zuveroChatTitle"_s); };
+    QLocale::setDefault(QLocale(QLocale::French, QLocale::Canada));
+    QCOMPARE(title(), QStringLiteral("Assistance"));
+    QLocale::setDefault(QLocale(QLocale::Arabic, QLocale::Egypt));
+    QCOMPARE(title(), QStringLiteral("الدعم"));
+    // A language the library does not speak: English.
+    QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
+    QCOMPARE(title(), QStringLiteral("Support"));
+
+    // The host still wins, by key, and by the English wording of the texts it always had.
+    QLocale::setDefault(QLocale(QLocale::French, QLocale::France));
+    const auto error
+        = [] { return ZVXLocalization::localizeString(u"zuveroErrorTitle"_s, u"Error"_s); };
+    QCOMPARE(error(), QStringLiteral("Erreur"));
+    QTranslator host;
+    QVERIFY(host.load(QStringLiteral(":/host/host_de.qm")));
+    QCoreApplication::installTranslator(&host);
+    QCOMPARE(title(), QStringLiteral("Kundendienst"));
+    QCOMPARE(error(), QStringLiteral("Fehler"));
+    QCOMPARE(ZVXLocalization::localizeString(u"zuveroSendButtonTitle"_s),
+             QStringLiteral("Envoyer"));
+    QCoreApplication::removeTranslator(&host);
+    QCOMPARE(title(), QStringLiteral("Assistance"));
 }
 
 void TestBundle::images_data()

@@ -11,6 +11,7 @@
 #include "ZuveroNavigationController.h"
 
 #include <QAbstractItemModel>
+#include <QAccessible>
 #include <QApplication>
 #include <QDialogButtonBox>
 #include <QFileDialog>
@@ -22,6 +23,7 @@
 #include <QPushButton>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QToolButton>
 
 #include <malloc.h>
 
@@ -57,6 +59,36 @@ QStringList shownTexts(ZuveroChatViewController *screen)
     return texts;
 }
 
+// Saves \a widget's picture as <name>.png in the folder ZUVERO_SCREENSHOT_DIR names, if any.
+void keepScreenshot(QWidget *widget, const QString &name)
+{
+    const QString folder = qEnvironmentVariable("ZUVERO_SCREENSHOT_DIR");
+    if (!folder.isEmpty())
+        widget->grab().save(QDir(folder).filePath(name + u".png"_s));
+}
+
+// What a host does to change language: the default locale, the direction, and the
+// LanguageChange that installing its own translator sends.
+void switchLanguage(const QLocale &locale)
+{
+    QLocale::setDefault(locale);
+    QGuiApplication::setLayoutDirection(locale.textDirection());
+    QEvent change(QEvent::LanguageChange);
+    QCoreApplication::sendEvent(QCoreApplication::instance(), &change);
+    // Widgets hear of it through posted events.
+    QCoreApplication::processEvents();
+}
+
+// The list's rows as a screen reader reads them.
+QStringList accessibleRows(QListView *list)
+{
+    QAccessibleInterface *node = QAccessible::queryAccessibleInterface(list);
+    QStringList rows;
+    for (int i = 0; node && i < node->childCount(); ++i)
+        rows << node->child(i)->text(QAccessible::Name);
+    return rows;
+}
+
 } // namespace
 
 class TestChatScreen : public QObject
@@ -74,6 +106,7 @@ private Q_SLOTS:
     void switchingUsersShowsOnlyTheirMessages();
     void pushOpensTheChat();
     void openedAndClosedManyTimes();
+    void languageSwitchesLive();
 
 private:
     //! A facade of the server for \a user, registered.
@@ -317,6 +350,75 @@ void TestChatScreen::openedAndClosedManyTimes()
     const qint64 grown = heapInUse() - before;
     qInfo("heap after 100 openings: %+lld KiB", grown / 1024);
     QVERIFY2(std::abs(grown) <= 256 * 1024, qPrintable(QString::number(grown / 1024)));
+}
+
+void TestChatScreen::languageSwitchesLive()
+{
+    const auto english = qScopeGuard([] { switchLanguage(QLocale(QLocale::English)); });
+    auto zuvero = facade(u"polyglot"_s);
+    // Three days of hourly history: date rows, and more than one page of it.
+    const QDateTime start = QDateTime::currentDateTimeUtc().addDays(-3);
+    QVERIFY(m_suite.admin()
+                .postJSON(u"/admin/history"_s,
+                          {{u"conversation"_s, m_suite.conversationId(zuvero.get())},
+                           {u"count"_s, 72},
+                           {u"from"_s, double(start.toSecsSinceEpoch())},
+                           {u"step"_s, 3600}})
+                .status
+            == 200);
+    zuvero->displayChatView();
+    QTRY_COMPARE(shownScreens().size(), 1);
+    ZuveroNavigationController *window = shownScreens().first();
+    window->resize(420, 560);
+    auto *screen = qobject_cast<ZuveroChatViewController *>(window->rootViewController());
+    auto *list = screen->findChild<QListView *>(u"messages_list"_s);
+    auto *send = screen->findChild<QToolButton *>(u"sendButton"_s);
+    auto *title = window->findChild<QLabel *>(u"titleLabel"_s);
+    QAccessible::setActive(true);
+    QTRY_VERIFY(accessibleRows(list).contains(u"Load earlier messages"_s));
+    QVERIFY(accessibleRows(list).join(u'|').contains(u"Archive: Message 72 of 72"_s));
+    QCOMPARE(send->text(), u"Send"_s);
+
+    struct Expected
+    {
+        QLocale locale;
+        QString title, done, send, loadMore, agentRow;
+        Qt::LayoutDirection direction;
+    };
+    const Expected languages[] = {
+        {QLocale(QLocale::French, QLocale::France), u"Assistance"_s, u"Terminé"_s, u"Envoyer"_s,
+         u"Afficher les messages précédents"_s, u"Archive\u00a0: Message"_s, Qt::LeftToRight},
+        {QLocale(QLocale::Arabic, QLocale::Egypt), u"الدعم"_s, u"تم"_s, u"إرسال"_s,
+         u"عرض الرسائل السابقة"_s, u" of 72، "_s, Qt::RightToLeft},
+    };
+    for (const Expected &language : languages) {
+        const QString name = language.locale.name();
+        switchLanguage(language.locale);
+        QCOMPARE(title->text(), language.title);
+        QCOMPARE(window->doneButton()->text(), language.done);
+        QCOMPARE(window->doneButton()->accessibleName(), language.done);
+        QCOMPARE(send->text(), language.send);
+        QCOMPARE(send->accessibleName(), language.send);
+        QCOMPARE(screen->layoutDirection(), language.direction);
+        QCOMPARE(send->layoutDirection(), language.direction);
+        // The rows read in the new language: the load-more row, dates and who wrote.
+        const QStringList rows = accessibleRows(list);
+        QCOMPARE(rows.first(), language.loadMore);
+        // The first message shown opens with a date row.
+        const QDateTime first = screen->chatView()->messages().first()->date().toLocalTime();
+        const QString firstDate = language.locale.toString(first.date(), QLocale::ShortFormat)
+            + u' ' + language.locale.toString(first.time(), QLocale::ShortFormat);
+        QVERIFY2(rows.at(1) == firstDate, qPrintable(rows.at(1) + u" ≠ "_s + firstDate));
+        QVERIFY2(rows.filter(language.agentRow).size() >= 20, qPrintable(name));
+        QVERIFY(!rows.join(u'|').contains(u"Load earlier"_s));
+        // The user's bubbles stand on the trailing side: the input bar's send button too.
+        const QPoint sendAt = send->mapTo(screen, QPoint(0, 0));
+        QCOMPARE(sendAt.x() > screen->width() / 2, language.direction == Qt::LeftToRight);
+        keepScreenshot(window, u"chat-screen-"_s + name);
+        list->scrollToTop();
+        keepScreenshot(window, u"chat-screen-top-"_s + name);
+        list->scrollToBottom();
+    }
 }
 
 QTEST_MAIN(TestChatScreen)

@@ -390,6 +390,21 @@ void TestViewers::otherFilesGoToTheDesktopByTheirOwnName()
     QCOMPARE(fileStatus(link).inode, first.inode);
     QCOMPARE(fileStatus(link).links, quint64(2));
     QFile::remove(link);
+
+    // In another language the notice reads anew, still naming the file, and so do the buttons.
+    const auto switchTo = [](const QLocale &locale) {
+        QLocale::setDefault(locale);
+        QEvent change(QEvent::LanguageChange);
+        QCoreApplication::sendEvent(QCoreApplication::instance(), &change);
+        QCoreApplication::processEvents();
+    };
+    const auto english = qScopeGuard([&] { switchTo(QLocale(QLocale::English)); });
+    switchTo(QLocale(QLocale::French));
+    QCOMPARE(viewer->findChild<QLabel *>(u"notSupportedLabel"_s)->text(),
+             u"«\u00a0Q3 figures.ods\u00a0» a été ouvert dans l’application prévue pour ce type "
+             u"de fichier."_s);
+    QCOMPARE(viewer->findChild<QPushButton *>(u"saveAsButton"_s)->text(), u"Enregistrer sous…"_s);
+    QCOMPARE(viewer->windowTitle(), u"Q3 figures.ods"_s);
 }
 
 void TestViewers::chatScreenPushesTheViewer()

@@ -1,5 +1,8 @@
 #pragma once
 
+//! \file
+//! Which kinds of attachment the chat screen offers.
+
 #include "zuvero_export.h"
 
 #include <QVariantMap>
@@ -24,20 +27,30 @@ class ZUVERO_EXPORT AttachmentsState
 public:
     AttachmentsState() = delete;
 
+    //! Turns the photo library on or off as a source.
     static void toggleLibraryAttachmentState(bool enabled);
+    //! Turns the camera on or off as a source.
     static void toggleCameraAttachmentState(bool enabled);
+    //! Turns sharing a place on or off.
     static void toggleLocationAttachmentState(bool enabled);
+    //! Lets the user take a picked picture away again, or not.
     static void toggleRemovalState(bool allowed);
+    //! Lets the user edit a picked picture, or not.
     static void toggleEditingState(bool allowed);
     //! The library, camera and location switches together.
     static void toggleAttachmentsState(bool enabled);
 
+    //! The photo library is offered: switched on and its reason declared.
     static bool isLibraryAttachmentEnabled();
+    //! The camera is offered: switched on, its reason declared, and there is one.
     static bool isCameraAttachmentEnabled();
+    //! Sharing a place is offered: switched on and its reason declared.
     static bool isLocationAttachmentEnabled();
     //! Whether any of the three sources is offered.
     static bool isAttachmentsEnabled();
+    //! Whether a picked picture may be taken away again.
     static bool isRemovalAllowed();
+    //! Whether a picked picture may be edited.
     static bool isEditingAllowed();
 
     //! The reasons declared, by key; only those with text.

@@ -354,6 +354,11 @@ void ZVXChatListModel::setDateFormatter(const ZuveroDateFormatter &formatter)
     if (formatter == d->formatter)
         return;
     d->formatter = formatter;
+    retranslate();
+}
+
+void ZVXChatListModel::retranslate()
+{
     if (!d->rows.isEmpty())
         Q_EMIT dataChanged(index(0), index(int(d->rows.size()) - 1),
                            {Qt::DisplayRole, Qt::AccessibleTextRole});
@@ -361,6 +366,7 @@ void ZVXChatListModel::setDateFormatter(const ZuveroDateFormatter &formatter)
 
 QString ZVXChatListModel::accessibleText(int row) const
 {
+    using ZVXLocalization::localizeString;
     if (row < 0 || row >= d->rows.size())
         return QString();
     const ZuveroChatViewItem &item = d->rows[row];
@@ -368,40 +374,47 @@ QString ZVXChatListModel::accessibleText(int row) const
     if (kind == ZuveroChatViewItemKindDate)
         return item.date().isValid() ? d->formatter.stringFromDate(item.date()) : QString();
     if (kind == ZuveroChatViewItemKindUserMessageUnsentLabel)
-        return ZVXLocalization::hostString(QStringLiteral("Waiting for connection"));
+        return localizeString(QStringLiteral("zuveroWaitingForConnectionLabel"),
+                              QStringLiteral("Waiting for connection"));
     if (kind == ZuveroChatViewItemKindLoadMoreMessages)
-        return ZVXLocalization::localizeString(QStringLiteral("zuveroLoadMoreMessagesButtonTitle"));
+        return localizeString(QStringLiteral("zuveroLoadMoreMessagesButtonTitle"));
     const ZuveroChatMessagePtr message = item.message();
     if (!message)
         return QString();
 
     QString who;
     if (message->isUserMessage()) {
-        who = ZVXLocalization::hostString(QStringLiteral("You"));
+        who = localizeString(QStringLiteral("zuveroUserName"), QStringLiteral("You"));
     } else if (message->isAgentMessage()) {
         const QString name = message->userName().value_or(QString());
-        who = name.isEmpty() ? ZVXLocalization::hostString(QStringLiteral("Agent")) : name;
+        who = name.isEmpty()
+            ? localizeString(QStringLiteral("zuveroAgentName"), QStringLiteral("Agent"))
+            : name;
     } else {
-        who = ZVXLocalization::hostString(QStringLiteral("System"));
+        who = localizeString(QStringLiteral("zuveroSystemName"), QStringLiteral("System"));
     }
 
+    const QString picture
+        = localizeString(QStringLiteral("zuveroPictureDescription"), QStringLiteral("Picture"));
     QString what;
     if (item.locationDictionary()) {
-        what = ZVXLocalization::hostString(QStringLiteral("Location"));
+        what = localizeString(QStringLiteral("zuveroLocationDescription"),
+                              QStringLiteral("Location"));
     } else if (item.attachment()) {
         const QString name = item.attachment()->filename().value_or(QString());
-        what = name.isEmpty() ? ZVXLocalization::hostString(QStringLiteral("Picture")) : name;
+        what = name.isEmpty() ? picture : name;
     } else if (kind == ZuveroChatViewItemKindUserMessageAttachment
                || kind == ZuveroChatViewItemKindAgentMessageAttachment) {
-        what = ZVXLocalization::hostString(QStringLiteral("Picture"));
+        what = picture;
     } else {
         what = message->text().value_or(QString());
     }
 
     const QDateTime date = item.date();
     if (!date.isValid())
-        return QStringLiteral("%1: %2").arg(who, what);
+        return localizeString(QStringLiteral("zuveroMessageAccessibleFormat")).arg(who, what);
     const QString when
-        = d->formatter.locale.toString(date.toLocalTime().time(), d->formatter.timeStyle);
-    return QStringLiteral("%1: %2, %3").arg(who, what, when);
+        = d->formatter.usedLocale().toString(date.toLocalTime().time(), d->formatter.timeStyle);
+    return localizeString(QStringLiteral("zuveroDatedMessageAccessibleFormat"))
+        .arg(who, what, when);
 }

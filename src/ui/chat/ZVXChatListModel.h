@@ -76,6 +76,8 @@ public:
 
     //! Who, what and when, for a bubble; what the row says for the others.
     QString accessibleText(int row) const;
+    //! Announces every row's texts as changed: the language changed.
+    void retranslate();
 
 private:
     std::unique_ptr<ZVXChatListModelPrivate> d;

@@ -25,13 +25,15 @@
 #include <QStyle>
 #include <QVBoxLayout>
 
+#include <functional>
+
 #include <unistd.h>
 
 namespace {
 
-QString localized(const char *text)
+QString localized(const char *key)
 {
-    return ZVXLocalization::localizeString(QString::fromUtf8(text));
+    return ZVXLocalization::localizeString(QString::fromLatin1(key));
 }
 
 bool isPlainText(const ZuveroChatAttachment &attachment)
@@ -54,6 +56,9 @@ public:
     void showPicture(const ZuveroImagePtr &record, const ZuveroError &error);
     void showFile(const std::optional<QByteArray> &bytes, const ZuveroError &error);
     void showFailure(const QString &text);
+    //! Shows the label with \a text, asked again when the language changes.
+    void showNotice(std::function<QString()> text);
+    void retranslate();
     void fitPdf();
     //! The file kept for the desktop and for sharing, written on first use; empty on failure.
     QString localCopy();
@@ -74,6 +79,7 @@ public:
     bool fullShown = false;
     std::optional<QByteArray> bytes;
     ZuveroNotificationObserver previewObserver;
+    std::function<QString()> notice;
 
     QStackedWidget *pages = nullptr;
     ZVXZoomImageView *zoomView = nullptr;
@@ -93,7 +99,6 @@ ZuveroChatAttachmentViewController::ZuveroChatAttachmentViewController(QWidget *
     , d(std::make_unique<ZuveroChatAttachmentViewControllerPrivate>(this))
 {
     setObjectName(QStringLiteral("attachmentViewer"));
-    setWindowTitle(localized("Attachment"));
     setAutoFillBackground(true);
     QPalette white = palette();
     white.setColor(QPalette::Window, Qt::white);
@@ -140,13 +145,13 @@ ZuveroChatAttachmentViewController::ZuveroChatAttachmentViewController(QWidget *
         d->zoomButtons->layout()->addWidget(button);
     };
     zoomButton("zoomOutButton", QStringLiteral("−"), &ZVXZoomImageView::zoomOut);
-    zoomButton("fitButton", localized("Fit"), &ZVXZoomImageView::fitToView);
+    zoomButton("fitButton", QString(), &ZVXZoomImageView::fitToView);
     zoomButton("zoomInButton", QStringLiteral("+"), &ZVXZoomImageView::zoomIn);
     barLayout->addWidget(d->zoomButtons);
     barLayout->addStretch(1);
-    d->saveAsButton = new QPushButton(localized("Save As…"), bar);
+    d->saveAsButton = new QPushButton(bar);
     d->saveAsButton->setObjectName(QStringLiteral("saveAsButton"));
-    d->openWithButton = new QPushButton(localized("Open With…"), bar);
+    d->openWithButton = new QPushButton(bar);
     d->openWithButton->setObjectName(QStringLiteral("openWithButton"));
     barLayout->addWidget(d->saveAsButton);
     barLayout->addWidget(d->openWithButton);
@@ -161,6 +166,36 @@ ZuveroChatAttachmentViewController::ZuveroChatAttachmentViewController(QWidget *
     layout->addWidget(d->pages, 1);
     layout->addWidget(bar);
     d->updateButtons();
+    d->retranslate();
+}
+
+void ZuveroChatAttachmentViewController::changeEvent(QEvent *event)
+{
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::LanguageChange)
+        d->retranslate();
+}
+
+void ZuveroChatAttachmentViewControllerPrivate::retranslate()
+{
+    q->setWindowTitle(fileName());
+    const std::pair<const char *, const char *> buttons[]
+        = {{"zoomOutButton", "zuveroZoomOutButtonTitle"},
+           {"fitButton", "zuveroFitButtonTitle"},
+           {"zoomInButton", "zuveroZoomInButtonTitle"}};
+    for (const auto &[name, key] : buttons) {
+        if (auto *button = zoomButtons->findChild<QPushButton *>(QLatin1String(name))) {
+            button->setAccessibleName(localized(key));
+            button->setToolTip(button->accessibleName());
+        }
+    }
+    // The middle one says what it does; the others show signs.
+    zoomButtons->findChild<QPushButton *>(QStringLiteral("fitButton"))
+        ->setText(localized("zuveroFitButtonTitle"));
+    saveAsButton->setText(localized("zuveroSaveAsButtonTitle"));
+    openWithButton->setText(localized("zuveroOpenWithButtonTitle"));
+    if (notice)
+        notSupportedLabel->setText(notice());
 }
 
 ZuveroChatAttachmentViewController::~ZuveroChatAttachmentViewController()
@@ -204,7 +239,8 @@ QString ZuveroChatAttachmentViewControllerPrivate::fileName() const
     // Only the last part: a name from a message must not reach into other folders.
     const QString name
         = attachment ? QFileInfo(attachment->filename().value_or(QString())).fileName() : QString();
-    return name.isEmpty() || name == QLatin1String("..") ? localized("Attachment") : name;
+    return name.isEmpty() || name == QLatin1String("..") ? localized("zuveroAttachmentViewTitle")
+                                                         : name;
 }
 
 void ZuveroChatAttachmentViewControllerPrivate::updateButtons()
@@ -293,7 +329,7 @@ void ZuveroChatAttachmentViewControllerPrivate::showFile(const std::optional<QBy
         pdfBytes->open(QIODevice::ReadOnly);
         pdf->load(pdfBytes);
         if (pdf->status() != QPdfDocument::Status::Ready || pdf->pageCount() == 0) {
-            showFailure(localized("The PDF document cannot be read."));
+            showNotice([] { return localized("zuveroUnreadablePDFMessage"); });
             return;
         }
         pages->setCurrentWidget(pdfView);
@@ -304,19 +340,25 @@ void ZuveroChatAttachmentViewControllerPrivate::showFile(const std::optional<QBy
     } else {
         // Nothing here shows this kind of file: the desktop's application for it does.
         q->openWith();
-        notSupportedLabel->setText(
-            localized("“%1” was opened with the desktop's application for it.").arg(fileName()));
-        pages->setCurrentWidget(notSupportedLabel);
+        showNotice([this] { return localized("zuveroOpenedOutsideMessage").arg(fileName()); });
     }
     updateButtons();
 }
 
 void ZuveroChatAttachmentViewControllerPrivate::showFailure(const QString &text)
 {
-    notSupportedLabel->setText(text.isEmpty() ? localized("The attachment cannot be opened.")
-                                              : text);
-    pages->setCurrentWidget(notSupportedLabel);
+    if (text.isEmpty())
+        showNotice([] { return localized("zuveroUnopenableAttachmentMessage"); });
+    else
+        showNotice([text] { return text; });
     updateButtons();
+}
+
+void ZuveroChatAttachmentViewControllerPrivate::showNotice(std::function<QString()> text)
+{
+    notice = std::move(text);
+    notSupportedLabel->setText(notice());
+    pages->setCurrentWidget(notSupportedLabel);
 }
 
 void ZuveroChatAttachmentViewControllerPrivate::fitPdf()
@@ -358,7 +400,7 @@ void ZuveroChatAttachmentViewController::saveAs()
 {
     if (!d->bytes)
         return;
-    auto *dialog = new QFileDialog(this, localized("Save As…"));
+    auto *dialog = new QFileDialog(this, localized("zuveroSaveAsButtonTitle"));
     dialog->setObjectName(QStringLiteral("saveAsDialog"));
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     dialog->setAcceptMode(QFileDialog::AcceptSave);

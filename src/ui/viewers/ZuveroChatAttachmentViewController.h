@@ -1,5 +1,8 @@
 #pragma once
 
+//! \file
+//! The viewer of one attachment.
+
 #include "ZuveroChatAttachment.h"
 
 #include <QPointer>
@@ -28,13 +31,17 @@ class ZUVERO_EXPORT ZuveroChatAttachmentViewController : public QWidget
     Q_OBJECT
 
 public:
+    //! A viewer with nothing to show until an attachment and a facade are set.
     explicit ZuveroChatAttachmentViewController(QWidget *parent = nullptr);
     ~ZuveroChatAttachmentViewController() override;
 
+    //! The facade whose connection loads the file.
     Zuvero *apiInstance() const;
     //! The facade whose connection loads the file (not owned).
     void setApiInstance(Zuvero *facade);
+    //! The attachment shown.
     ZuveroChatAttachmentPtr attachment() const;
+    //! Shows \a attachment, titled by its file name; set it before the viewer shows.
     void setAttachment(const ZuveroChatAttachmentPtr &attachment);
 
     //! Asks where to save a copy of the file; nothing before it has loaded.
@@ -50,7 +57,10 @@ public:
     static QString createLinkToFile(const QString &file, const QString &name);
 
 protected:
+    //! Starts loading the file the first time the viewer shows.
     void showEvent(QShowEvent *event) override;
+    //! Titles the buttons and the notice again in a new language.
+    void changeEvent(QEvent *event) override;
 
 private:
     friend class ZuveroChatAttachmentViewControllerPrivate;

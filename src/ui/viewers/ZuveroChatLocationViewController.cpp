@@ -7,6 +7,7 @@
 #include "Zuvero.h"
 #include "ZuveroConnection_p.h"
 
+#include <QEvent>
 #include <QHBoxLayout>
 #include <QPointer>
 #include <QPushButton>
@@ -22,6 +23,7 @@ public:
     //! The map for the facade now set, in place of the last one.
     void makeMap();
     void showRegion();
+    void retranslate();
 
     ZuveroChatLocationViewController *const q;
     QPointer<Zuvero> facade;
@@ -37,7 +39,6 @@ ZuveroChatLocationViewController::ZuveroChatLocationViewController(QWidget *pare
     , d(std::make_unique<ZuveroChatLocationViewControllerPrivate>(this))
 {
     setObjectName(QStringLiteral("locationViewer"));
-    setWindowTitle(ZVXLocalization::localizeString(QStringLiteral("Location")));
     d->userPosition = new ZVXUserPosition(this);
     connect(d->userPosition, &ZVXUserPosition::positionUpdated, this,
             [this](ZVXMapTiles::Coordinate at) { d->map->setUserLocation(at); });
@@ -60,6 +61,29 @@ ZuveroChatLocationViewController::ZuveroChatLocationViewController(QWidget *pare
     button("zoomOutButton", QStringLiteral("−"), &ZVXTileMapView::zoomOut);
     button("zoomInButton", QStringLiteral("+"), &ZVXTileMapView::zoomIn);
     d->layout->addWidget(bar);
+    d->retranslate();
+}
+
+void ZuveroChatLocationViewControllerPrivate::retranslate()
+{
+    using ZVXLocalization::localizeString;
+    q->setWindowTitle(localizeString(QStringLiteral("zuveroLocationViewTitle")));
+    // The buttons show signs; their names say what they do.
+    const std::pair<const char *, const char *> buttons[] = {
+        {"zoomOutButton", "zuveroZoomOutButtonTitle"}, {"zoomInButton", "zuveroZoomInButtonTitle"}};
+    for (const auto &[name, key] : buttons) {
+        if (auto *button = q->findChild<QPushButton *>(QLatin1String(name))) {
+            button->setAccessibleName(localizeString(QLatin1String(key)));
+            button->setToolTip(button->accessibleName());
+        }
+    }
+}
+
+void ZuveroChatLocationViewController::changeEvent(QEvent *event)
+{
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::LanguageChange)
+        d->retranslate();
 }
 
 ZuveroChatLocationViewController::~ZuveroChatLocationViewController() = default;

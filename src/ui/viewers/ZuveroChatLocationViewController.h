@@ -1,5 +1,8 @@
 #pragma once
 
+//! \file
+//! The map of a shared place.
+
 #include "zuvero_export.h"
 
 #include <QWidget>
@@ -14,8 +17,8 @@ class ZuveroChatLocationViewControllerPrivate;
 //! A place on Earth, in degrees.
 struct ZuveroLocationCoordinate
 {
-    double latitude = 0;
-    double longitude = 0;
+    double latitude = 0; //!< degrees north of the equator; negative south of it
+    double longitude = 0; //!< degrees east of Greenwich; negative west of it
 };
 
 /*!
@@ -36,16 +39,21 @@ class ZUVERO_EXPORT ZuveroChatLocationViewController : public QWidget
     Q_OBJECT
 
 public:
+    //! A map of the whole world until a place is set.
     explicit ZuveroChatLocationViewController(QWidget *parent = nullptr);
     ~ZuveroChatLocationViewController() override;
 
+    //! The facade whose tiles the map shows.
     Zuvero *apiInstance() const;
     //! The facade whose tiles and connection the map uses (not owned); set it first.
     void setApiInstance(Zuvero *facade);
+    //! The place shown; none for the whole world.
     std::optional<ZuveroLocationCoordinate> location() const;
+    //! Centres the map on \a location with a pin; none shows the whole world.
     void setLocation(const std::optional<ZuveroLocationCoordinate> &location);
     //! Metres of the first view's span; 2000 unless set.
     double radius() const;
+    //! Shows \a metres around the place; 0 or less restores 2000.
     void setRadius(double metres);
     /*!
         Where the user's position comes from, instead of the system's
@@ -56,6 +64,10 @@ public:
 
 protected:
     void showEvent(QShowEvent *event) override;
+
+protected:
+    //! Titles the screen and names its buttons again in a new language.
+    void changeEvent(QEvent *event) override;
 
 private:
     friend class ZuveroChatLocationViewControllerPrivate;

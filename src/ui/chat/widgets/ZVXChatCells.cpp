@@ -235,16 +235,20 @@ QString ZuveroChatBaseMessageCell::sizeLabel(quint64 length)
 {
     const bool megabytes = length >= 1'048'576;
     const double value = double(length) / (megabytes ? 1'048'576.0 : 1024.0);
-    QString number = QLocale().toString(value, 'f', 2);
-    // At most two fraction digits: "2", "2.5", "2.25".
-    const QString point = QLocale().decimalPoint();
+    const QLocale locale;
+    QString number = locale.toString(value, 'f', 2);
+    // At most two fraction digits: "2", "2.5", "2.25" (in the locale's own digits).
+    const QString point = locale.decimalPoint();
+    const QString zero = locale.zeroDigit();
     if (number.contains(point)) {
-        while (number.endsWith(QLatin1Char('0')))
-            number.chop(1);
+        while (number.endsWith(zero))
+            number.chop(zero.size());
         if (number.endsWith(point))
             number.chop(point.size());
     }
-    return number + (megabytes ? QStringLiteral(" Mo") : QStringLiteral(" Ko"));
+    return ZVXLocalization::localizeString(megabytes ? QStringLiteral("zuveroMegabytesSize")
+                                                     : QStringLiteral("zuveroKilobytesSize"))
+        .arg(number);
 }
 
 ZVXCellLayout ZuveroChatBaseMessageCell::layout(const ZuveroChatViewItem &item,
@@ -497,8 +501,10 @@ ZVXCellLayout ZuveroChatDateCell::layout(const ZuveroChatViewItem &item, const Z
 ZVXCellLayout ZuveroChatUnsentCell::layout(const ZuveroChatViewItem &, const ZVXCellStyle &,
                                            qreal width) const
 {
-    return captionLayout(ZVXLocalization::hostString(QStringLiteral("Waiting for connection")),
-                         width);
+    return captionLayout(
+        ZVXLocalization::localizeString(QStringLiteral("zuveroWaitingForConnectionLabel"),
+                                        QStringLiteral("Waiting for connection")),
+        width);
 }
 
 // --- Load more ----------------------------------------------------------------------

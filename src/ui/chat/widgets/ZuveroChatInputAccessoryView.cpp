@@ -90,24 +90,12 @@ public:
         minTextViewHeight = ui.textView->height();
         textViewVerticalMargins = containerView->height() - ui.textView->height();
 
-        placeholder = ZVXLocalization::localizeString(QStringLiteral("zuveroMessageFieldTitle"));
-        ui.textView->setAccessibleName(placeholder);
-        ui.textView->setPlaceholderText(placeholder);
-        const QString send
-            = ZVXLocalization::localizeString(QStringLiteral("zuveroSendButtonTitle"));
-        ui.sendButton->setText(send);
-        ui.sendButton->setAccessibleName(send);
+        retranslate();
         QFont bold = ui.sendButton->font();
         bold.setBold(true);
         ui.sendButton->setFont(bold);
-        const QString attach
-            = ZVXLocalization::localizeString(QStringLiteral("zuveroAttachmentButtonTitle"));
-        ui.attachmentButton->setAccessibleName(attach);
-        ui.attachmentButton->setToolTip(attach);
         ui.attachmentButton->setIcon(
             greyIcon(QStringLiteral("Zuvero.bundle/ZuveroAttachmentIcon")));
-        ui.attachmentImageView->setAccessibleName(
-            ZVXLocalization::localizeString(QStringLiteral("zuveroAttachmentImageTitle")));
         ui.attachmentImageView->setAlignment(Qt::AlignLeading | Qt::AlignVCenter);
         // Clicks and drops reach the field under the picture.
         ui.attachmentImageView->setAttribute(Qt::WA_TransparentForMouseEvents);
@@ -129,6 +117,23 @@ public:
         applySendButtonColors();
         q->updateSendButton();
         q->updateFittingSize();
+    }
+
+    void retranslate()
+    {
+        using ZVXLocalization::localizeString;
+        placeholder = localizeString(QStringLiteral("zuveroMessageFieldTitle"));
+        ui.textView->setAccessibleName(placeholder);
+        if (image.isNull())
+            ui.textView->setPlaceholderText(placeholder);
+        const QString send = localizeString(QStringLiteral("zuveroSendButtonTitle"));
+        ui.sendButton->setText(send);
+        ui.sendButton->setAccessibleName(send);
+        const QString attach = localizeString(QStringLiteral("zuveroAttachmentButtonTitle"));
+        ui.attachmentButton->setAccessibleName(attach);
+        ui.attachmentButton->setToolTip(attach);
+        ui.attachmentImageView->setAccessibleName(
+            localizeString(QStringLiteral("zuveroAttachmentImageTitle")));
     }
 
     void setField(const QString &plain)
@@ -462,7 +467,16 @@ bool ZuveroChatInputAccessoryView::event(QEvent *event)
     // The tint is the palette's highlight: the send button follows it.
     if (event->type() == QEvent::PaletteChange)
         d->applySendButtonColors();
-    return QWidget::event(event);
+    const bool result = QWidget::event(event);
+    // The send button's new title may take another width, and the field the rest: its text
+    // may wrap otherwise.
+    if (event->type() == QEvent::LanguageChange) {
+        d->retranslate();
+        layOutNow(d->containerView);
+        if (updateFittingSize())
+            d->tell(&ZuveroChatInputAccessoryViewDelegate::chatInputAccessoryViewDidChangeSize);
+    }
+    return result;
 }
 
 bool ZuveroChatInputAccessoryView::eventFilter(QObject *watched, QEvent *event)

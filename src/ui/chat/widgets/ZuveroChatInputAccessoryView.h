@@ -1,5 +1,8 @@
 #pragma once
 
+//! \file
+//! The bar the user writes in, and its delegate.
+
 #include "zuvero_export.h"
 
 #include <QColor>
@@ -24,7 +27,9 @@ struct ZuveroChatInputAccessoryViewDelegate
     //! The text field is about to take the keyboard; false keeps it from doing so.
     std::function<bool(ZuveroChatInputAccessoryView *view)>
         chatInputAccessoryViewShouldBeginEditing;
+    //! The text field took the keyboard.
     std::function<void(ZuveroChatInputAccessoryView *view)> chatInputAccessoryViewDidBeginEditing;
+    //! The text field gave the keyboard up.
     std::function<void(ZuveroChatInputAccessoryView *view)> chatInputAccessoryViewDidEndEditing;
     //! The user changed the message: typed, pasted, or staged or dropped a picture.
     std::function<void(ZuveroChatInputAccessoryView *view)> chatInputAccessoryViewDidChangeText;
@@ -65,14 +70,18 @@ class ZUVERO_EXPORT ZuveroChatInputAccessoryView : public QWidget
     Q_OBJECT
 
 public:
+    //! The delegate as the bar holds it: weakly.
     using DelegatePtr = std::weak_ptr<ZuveroChatInputAccessoryViewDelegate>;
 
+    //! An empty bar, built from its form.
     explicit ZuveroChatInputAccessoryView(QWidget *parent = nullptr);
     ~ZuveroChatInputAccessoryView() override;
     //! A bar built from its form; the same as the constructor.
     static ZuveroChatInputAccessoryView *viewFromNib(QWidget *parent = nullptr);
 
+    //! Who hears of the user's changes and presses.
     DelegatePtr delegate() const;
+    //! Tells \a delegate from now on.
     void setDelegate(const DelegatePtr &delegate);
 
     //! The message written, without white space or line breaks at its ends.
@@ -122,14 +131,21 @@ public:
 
     //! Any width; fittingHeight() tall.
     QSize sizeHint() const override;
+    //! The form's narrowest width; fittingHeight() tall.
     QSize minimumSizeHint() const override;
 
 protected:
+    //! Follows palette changes (the send button's tint) and language changes (its texts).
     bool event(QEvent *event) override;
+    //! The field's keys (Enter, paste, Backspace on a picture) and focus, and the picture's size.
     bool eventFilter(QObject *watched, QEvent *event) override;
+    //! Measures the text again at the new width.
     void resizeEvent(QResizeEvent *event) override;
+    //! Accepts what may be a picture.
     void dragEnterEvent(QDragEnterEvent *event) override;
+    //! Accepts what may be a picture.
     void dragMoveEvent(QDragMoveEvent *event) override;
+    //! Stages the dropped picture.
     void dropEvent(QDropEvent *event) override;
 
 private:

@@ -120,10 +120,14 @@ void slide(QWidget *view, std::chrono::milliseconds delay, int from, int to,
 class BannerContent final : public QWidget
 {
 public:
+    // Without a \a name, the banner names the chat by the library's title.
     BannerContent(const QString &name, const QString &text)
         : m_name(name)
         , m_text(text)
+        , m_ourName(name.isEmpty())
     {
+        if (m_ourName)
+            m_name = ourName();
         setObjectName(QStringLiteral("notificationContent"));
         setAccessibleName(name);
         setAccessibleDescription(text);
@@ -134,6 +138,18 @@ public:
     }
 
     bool hasHeightForWidth() const override { return true; }
+
+    void changeEvent(QEvent *event) override
+    {
+        QWidget::changeEvent(event);
+        if (event->type() != QEvent::LanguageChange || !m_ourName)
+            return;
+        m_name = ourName();
+        setAccessibleName(m_name);
+        if (QWidget *banner = window(); banner != this)
+            banner->setAccessibleName(m_name);
+        update();
+    }
 
     int heightForWidth(int width) const override
     {
@@ -185,6 +201,11 @@ protected:
     }
 
 private:
+    static QString ourName()
+    {
+        return ZVXLocalization::localizeString(QStringLiteral("zuveroChatTitle"));
+    }
+
     QFont nameFont() const
     {
         QFont bold = font();
@@ -222,6 +243,7 @@ private:
 
     QString m_name;
     QString m_text;
+    bool m_ourName = false;
 };
 
 } // namespace
@@ -258,8 +280,6 @@ void ZuveroChatNotificationWindow::presentMessage(const ZuveroChatMessagePtr &me
     QString name = message->userName().value_or(QString());
     if (name.isEmpty() && apiInstance)
         name = apiInstance->title().value_or(QString());
-    if (name.isEmpty())
-        name = ZVXLocalization::localizeString(QStringLiteral("zuveroChatTitle"));
     m_apiInstance = apiInstance;
     presentView(new BannerContent(name, text));
 }

@@ -1,5 +1,8 @@
 #pragma once
 
+//! \file
+//! The in-app banner of pushed messages.
+
 #include "ZuveroChatMessage.h"
 #include "zuvero_export.h"
 
@@ -36,6 +39,7 @@ class ZUVERO_EXPORT ZuveroChatNotificationWindow final : public QWidget
     Q_OBJECT
 
 public:
+    //! A hidden window; it shows with the first banner.
     explicit ZuveroChatNotificationWindow(QWidget *parent = nullptr);
     ~ZuveroChatNotificationWindow() override;
 
@@ -61,16 +65,19 @@ public:
     QWidget *presentedView() const;
     //! The transparent area along the top of the screen the banner slides in.
     QWidget *containerView() const;
+    //! The facade of the message on screen, whose chat a click opens.
     Zuvero *apiInstance() const;
 
     //! How long a banner stays, in seconds: 2 by default.
     double duration() const;
+    //! Lets banners presented from now on stay \a seconds.
     void setDuration(double seconds);
 
     //! Places the window along the top edge of the current screen.
     void layoutContainer();
 
 protected:
+    //! A click on the banner: tap().
     void mouseReleaseEvent(QMouseEvent *event) override;
 
 private:

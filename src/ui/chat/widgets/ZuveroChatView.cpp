@@ -108,6 +108,17 @@ public:
         list->viewport()->update();
     }
 
+    // Dates, labels and sizes are written anew; date rows too, as two dates that read the same
+    // in one language may differ in another.
+    void retranslate()
+    {
+        build.reset();
+        if (!messages.isEmpty())
+            q->setMessages(messages, false, true);
+        model->retranslate();
+        relayout();
+    }
+
     // One frame of every running upload animation; the next is scheduled while any runs.
     void stepProgressAnimations()
     {
@@ -227,7 +238,8 @@ public:
         auto *menu = new QMenu(q);
         menu->setAttribute(Qt::WA_DeleteOnClose);
         menu->setObjectName(QStringLiteral("copy_menu"));
-        QAction *copy = menu->addAction(ZVXLocalization::localizeString(QStringLiteral("Copy")));
+        QAction *copy = menu->addAction(
+            ZVXLocalization::localizeString(QStringLiteral("zuveroCopyButtonTitle")));
         QObject::connect(copy, &QAction::triggered, q, [text] { copyToClipboard(text); });
         menu->popup(list->viewport()->mapToGlobal(viewportPosition));
     }
@@ -492,6 +504,9 @@ bool ZuveroChatView::event(QEvent *event)
     case QEvent::LayoutDirectionChange:
     case QEvent::StyleChange:
         d->relayout();
+        break;
+    case QEvent::LanguageChange:
+        d->retranslate();
         break;
     case QEvent::Hide:
         // Whatever is on screen when the view shows again counts as seen again.

@@ -1,5 +1,8 @@
 #pragma once
 
+//! \file
+//! The list of messages, and its delegate.
+
 #include "ZuveroChatMessage.h"
 
 #include <QDateTime>
@@ -55,15 +58,20 @@ class ZUVERO_EXPORT ZuveroChatView : public QWidget
     Q_OBJECT
 
 public:
+    //! The delegate as the list holds it: weakly.
     using DelegatePtr = std::weak_ptr<ZuveroChatViewDelegate>;
 
+    //! An empty list in the library's own look until a facade is set.
     explicit ZuveroChatView(QWidget *parent = nullptr);
     ~ZuveroChatView() override;
 
     //! The facade whose look, date format and previews the list uses (not owned).
     Zuvero *apiInstance() const;
+    //! Takes the look of \a instance and reports read messages through it.
     void setApiInstance(Zuvero *instance);
+    //! Who hears of scrolls and of the rows the user opens.
     DelegatePtr delegate() const;
+    //! Tells \a delegate from now on.
     void setDelegate(const DelegatePtr &delegate);
 
     //! The messages shown, oldest first.
@@ -83,6 +91,7 @@ public:
     void updateViewWithOfflineMessages(const ZuveroChatMessageList &offlineMessages, bool animated);
     //! Whether the load-more row is shown; applies at the next setMessages().
     bool hasMoreMessages() const;
+    //! Shows the load-more row from the next setMessages() on, or not.
     void setHasMoreMessages(bool hasMoreMessages);
     /*!
         Shows the upload progress (0 to 1) of \a message's attachments. With
@@ -91,6 +100,7 @@ public:
     */
     void setUploadProgress(double progress, const ZuveroChatMessagePtr &message,
                            bool animated = false);
+    //! Scrolls to the newest message; \a animated is accepted and not used.
     void scrollToLastMessageAnimated(bool animated);
     //! Scrolls to the last message only when one of the last three rows is on screen.
     void scrollToLastMessageIfVisibleAnimated(bool animated);
@@ -100,9 +110,11 @@ public:
         hosts that set it; the date rows follow their own fixed thresholds.
     */
     double dateInsertionInterval() const;
+    //! Keeps \a seconds; see dateInsertionInterval().
     void setDateInsertionInterval(double seconds);
     //! Kept for hosts that set it; Qt paints only what is visible anyway.
     bool shouldRasterizeCells() const;
+    //! Keeps \a rasterize; see shouldRasterizeCells().
     void setShouldRasterizeCells(bool rasterize);
 
     //! The list widget itself.
@@ -125,7 +137,9 @@ Q_SIGNALS:
     void erroredMessageClicked(const ZuveroChatMessagePtr &message);
 
 protected:
+    //! Lays the rows out again for a new palette, font, style, direction or language.
     bool event(QEvent *event) override;
+    //! The list's clicks, keys, pointer shapes and context menu.
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:

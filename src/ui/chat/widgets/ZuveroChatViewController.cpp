@@ -97,6 +97,17 @@ public:
             inputBar->setMessageFieldFont(*look.messageFieldFont);
     }
 
+    // The facade's title, else the library's own in the user's language; a title the host
+    // gave the screen itself stays.
+    void updateTitle()
+    {
+        if (!facade || q->windowTitle() != ownTitle)
+            return;
+        ownTitle = facade->title().value_or(
+            ZVXLocalization::localizeString(QStringLiteral("zuveroChatTitle")));
+        q->setWindowTitle(ownTitle);
+    }
+
     void sendFromInputBar()
     {
         const QString text = inputBar->text();
@@ -182,6 +193,8 @@ public:
 
     ZuveroChatViewController *q;
     QPointer<Zuvero> facade;
+    // The title the screen gave itself, as long as nobody changed it since.
+    QString ownTitle;
     QWidget *background = nullptr;
     ZuveroChatView *chatView = nullptr;
     ZuveroChatInputAccessoryView *inputBar = nullptr;
@@ -249,8 +262,10 @@ ZuveroChatViewController::ZuveroChatViewController(QWidget *parent)
           };
     d->chatView->setDelegate(d->listDelegate);
     connect(d->chatView, &ZuveroChatView::erroredMessageClicked, this, [] {
-        Toast::display(ZVXLocalization::hostString(QStringLiteral("Error")),
-                       ZVXLocalization::hostString(QStringLiteral("Could not send the message")));
+        using ZVXLocalization::localizeString;
+        Toast::display(localizeString(QStringLiteral("zuveroErrorTitle"), QStringLiteral("Error")),
+                       localizeString(QStringLiteral("zuveroSendFailedMessage"),
+                                      QStringLiteral("Could not send the message")));
     });
 
     // A view put behind the list follows the background's size.
@@ -285,6 +300,8 @@ void ZuveroChatViewController::setApiInstance(Zuvero *facade)
     d->rules.reset();
     if (!facade)
         return;
+    if (windowTitle().isEmpty())
+        d->updateTitle();
     d->rules = std::make_unique<ZVXChatController>(facade, d.get());
     d->rules->setScreen(this);
     d->applyAppearance();
@@ -386,4 +403,6 @@ void ZuveroChatViewController::changeEvent(QEvent *event)
     QWidget::changeEvent(event);
     if (event->type() == QEvent::PaletteChange || event->type() == QEvent::StyleChange)
         d->applyAppearance();
+    else if (event->type() == QEvent::LanguageChange)
+        d->updateTitle();
 }

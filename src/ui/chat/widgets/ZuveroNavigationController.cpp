@@ -45,7 +45,7 @@ ZuveroNavigationController::ZuveroNavigationController(QWidget *root, QWidget *p
     m_bar = new QWidget(this);
     m_bar->setObjectName(QStringLiteral("navigationBar"));
     m_bar->setAutoFillBackground(true);
-    m_back = new QPushButton(ZVXLocalization::localizeString(QStringLiteral("Back")), m_bar);
+    m_back = new QPushButton(m_bar);
     m_back->setObjectName(QStringLiteral("backButton"));
     m_back->setFlat(true);
     m_title = new QLabel(m_bar);
@@ -55,11 +55,10 @@ ZuveroNavigationController::ZuveroNavigationController(QWidget *root, QWidget *p
     QFont bold = m_title->font();
     bold.setBold(true);
     m_title->setFont(bold);
-    m_done = new QPushButton(ZVXLocalization::localizeString(QStringLiteral("Done")), m_bar);
+    m_done = new QPushButton(m_bar);
     m_done->setObjectName(QStringLiteral("doneButton"));
     m_done->setFlat(true);
-    m_done->setAccessibleName(m_done->text());
-    m_back->setAccessibleName(m_back->text());
+    retranslate();
 
     auto *bar = new QHBoxLayout(m_bar);
     bar->setContentsMargins(8, 6, 8, 6);
@@ -214,4 +213,19 @@ void ZuveroNavigationController::updateBar()
     m_title->setText(top ? top->windowTitle() : QString());
     // Shown as a window of its own, the window says the same.
     setWindowTitle(m_title->text());
+}
+
+void ZuveroNavigationController::changeEvent(QEvent *event)
+{
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::LanguageChange)
+        retranslate();
+}
+
+void ZuveroNavigationController::retranslate()
+{
+    m_back->setText(ZVXLocalization::localizeString(QStringLiteral("zuveroBackButtonTitle")));
+    m_back->setAccessibleName(m_back->text());
+    m_done->setText(ZVXLocalization::localizeString(QStringLiteral("zuveroDoneButtonTitle")));
+    m_done->setAccessibleName(m_done->text());
 }

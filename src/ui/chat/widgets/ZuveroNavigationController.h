@@ -1,5 +1,8 @@
 #pragma once
 
+//! \file
+//! The chat window: a title bar over a stack of screens.
+
 #include "zuvero_export.h"
 
 #include <QPointer>
@@ -29,7 +32,9 @@ public:
     explicit ZuveroNavigationController(QWidget *root, QWidget *parent = nullptr);
     ~ZuveroNavigationController() override;
 
+    //! The first screen, which is never popped.
     QWidget *rootViewController() const;
+    //! The screen on show.
     QWidget *topViewController() const;
     //! Shows \a screen over the current one (owned from now on).
     void pushViewController(QWidget *screen);
@@ -38,6 +43,7 @@ public:
 
     //! A widget in place of the title (not owned; null for the title text).
     void setTitleView(QWidget *view);
+    //! The widget in place of the title; null when the title text shows.
     QWidget *titleView() const;
 
     /*!
@@ -48,14 +54,20 @@ public:
     void setBarColors(const QColor &itemTint, const QColor &barTint, const QColor &background,
                       const QColor &title);
 
+    //! The button that closes the window.
     QPushButton *doneButton() const;
 
 Q_SIGNALS:
     //! Done was pressed; the window is closed after this.
     void doneClicked();
 
+protected:
+    //! Titles the Back and Done buttons again in a new language.
+    void changeEvent(QEvent *event) override;
+
 private:
     void updateBar();
+    void retranslate();
     void focusInto(QWidget *screen);
 
     QWidget *m_bar = nullptr;

@@ -5,6 +5,8 @@
 #include <QTemporaryFile>
 #include <QTest>
 
+using namespace Qt::StringLiterals;
+
 using Bytes = std::optional<QByteArray>;
 Q_DECLARE_METATYPE(Bytes)
 
@@ -43,16 +45,16 @@ void TestZuveroData::hexDecoding_data()
     QTest::addColumn<Bytes>("expected");
 
     const Bytes nothing;
-    QTest::newRow("prefix, mixed case") << QStringLiteral("0x0A1b") << Bytes(hex("0a1b"));
-    QTest::newRow("upper-case prefix") << QStringLiteral("0X0a1B") << Bytes(hex("0a1b"));
-    QTest::newRow("leading blanks") << QStringLiteral(" \t 0x0A1b") << Bytes(hex("0a1b"));
-    QTest::newRow("blanks after prefix") << QStringLiteral("0x  0A1b") << Bytes(hex("0a1b"));
-    QTest::newRow("odd length") << QStringLiteral("abc") << nothing;
-    QTest::newRow("trailing blank counts") << QStringLiteral("0a1b ") << nothing;
+    QTest::newRow("prefix, mixed case") << u"0x0A1b"_s << Bytes(hex("0a1b"));
+    QTest::newRow("upper-case prefix") << u"0X0a1B"_s << Bytes(hex("0a1b"));
+    QTest::newRow("leading blanks") << u" \t 0x0A1b"_s << Bytes(hex("0a1b"));
+    QTest::newRow("blanks after prefix") << u"0x  0A1b"_s << Bytes(hex("0a1b"));
+    QTest::newRow("odd length") << u"abc"_s << nothing;
+    QTest::newRow("trailing blank counts") << u"0a1b "_s << nothing;
     QTest::newRow("empty") << QString() << Bytes(QByteArray());
-    QTest::newRow("invalid pair is not decoded") << QStringLiteral("zz") << Bytes(hex("00"));
-    QTest::newRow("decoding stops early") << QStringLiteral("0a1g2b") << Bytes(hex("0a0000"));
-    QTest::newRow("not ASCII") << QStringLiteral("0aé1") << nothing;
+    QTest::newRow("invalid pair is not decoded") << u"zz"_s << Bytes(hex("00"));
+    QTest::newRow("decoding stops early") << u"0a1g2b"_s << Bytes(hex("0a0000"));
+    QTest::newRow("not ASCII") << u"0aé1"_s << nothing;
 }
 
 void TestZuveroData::hexDecoding()
@@ -69,10 +71,10 @@ void TestZuveroData::hexDecoding()
 void TestZuveroData::hexEncoding()
 {
     const QByteArray dead = hex("dead");
-    QCOMPARE(ZuveroHexStringFromData(dead), QStringLiteral("dead"));
-    QCOMPARE(ZuveroUppercaseHexStringFromData(dead), QStringLiteral("DEAD"));
-    QCOMPARE(ZuveroHexStringFromDataWithFormat(hex("00ff10"), "%02X"), QStringLiteral("00FF10"));
-    QCOMPARE(ZuveroHexStringFromData(QByteArray()), QStringLiteral(""));
+    QCOMPARE(ZuveroHexStringFromData(dead), u"dead"_s);
+    QCOMPARE(ZuveroUppercaseHexStringFromData(dead), u"DEAD"_s);
+    QCOMPARE(ZuveroHexStringFromDataWithFormat(hex("00ff10"), "%02X"), u"00FF10"_s);
+    QCOMPARE(ZuveroHexStringFromData(QByteArray()), u""_s);
     QVERIFY(!ZuveroHexStringFromDataWithFormat(std::nullopt, "%02x"));
 }
 
@@ -81,17 +83,16 @@ void TestZuveroData::base64URLDecoding_data()
     QTest::addColumn<QString>("text");
     QTest::addColumn<Bytes>("expected");
 
-    QTest::newRow("no padding needed") << QStringLiteral("YWJj") << Bytes(QByteArray("abc"));
-    QTest::newRow("two missing") << QStringLiteral("YQ") << Bytes(QByteArray("a"));
-    QTest::newRow("one missing") << QStringLiteral("YWI") << Bytes(QByteArray("ab"));
-    QTest::newRow("padding given") << QStringLiteral("YQ==") << Bytes(QByteArray("a"));
-    QTest::newRow("URL alphabet") << QStringLiteral("-_8") << Bytes(hex("fbff"));
-    QTest::newRow("standard alphabet too") << QStringLiteral("+/8") << Bytes(hex("fbff"));
-    QTest::newRow("stray white space")
-        << QStringLiteral("YWJj ZGVm\t\r\n") << Bytes(QByteArray("abcdef"));
-    QTest::newRow("length 1 mod 4") << QStringLiteral("YWJjZ") << Bytes();
-    QTest::newRow("one character") << QStringLiteral("a") << Bytes();
-    QTest::newRow("padding in the middle") << QStringLiteral("YQ==YQ==") << Bytes();
+    QTest::newRow("no padding needed") << u"YWJj"_s << Bytes(QByteArray("abc"));
+    QTest::newRow("two missing") << u"YQ"_s << Bytes(QByteArray("a"));
+    QTest::newRow("one missing") << u"YWI"_s << Bytes(QByteArray("ab"));
+    QTest::newRow("padding given") << u"YQ=="_s << Bytes(QByteArray("a"));
+    QTest::newRow("URL alphabet") << u"-_8"_s << Bytes(hex("fbff"));
+    QTest::newRow("standard alphabet too") << u"+/8"_s << Bytes(hex("fbff"));
+    QTest::newRow("stray white space") << u"YWJj ZGVm\t\r\n"_s << Bytes(QByteArray("abcdef"));
+    QTest::newRow("length 1 mod 4") << u"YWJjZ"_s << Bytes();
+    QTest::newRow("one character") << u"a"_s << Bytes();
+    QTest::newRow("padding in the middle") << u"YQ==YQ=="_s << Bytes();
     QTest::newRow("empty") << QString() << Bytes(QByteArray());
 }
 
@@ -120,10 +121,10 @@ void TestZuveroData::base64URLRoundTrip()
 
 void TestZuveroData::base64Text()
 {
-    const QString text = QStringLiteral("héllo ✓");
+    const QString text = u"héllo ✓"_s;
     QCOMPARE(decodeBase64String(ZuveroBase64URLWithData(text.toUtf8())), text);
     QVERIFY(!decodeBase64String(ZuveroBase64URLWithData(hex("fffe80"))));
-    QVERIFY(!decodeBase64String(QStringLiteral("a")));
+    QVERIFY(!decodeBase64String(u"a"_s));
 }
 
 void TestZuveroData::sha256_data()
@@ -213,25 +214,24 @@ void TestZuveroData::nullInputsGiveNothing()
     QVERIFY(!ZuveroBase64URLWithData(std::nullopt));
     // Empty is not absent: it has a MAC and an encoding.
     QCOMPARE(ZuveroHMACSHA256(QByteArray(), QByteArray())->size(), 32);
-    QCOMPARE(ZuveroBase64URLWithData(QByteArray()), QStringLiteral(""));
+    QCOMPARE(ZuveroBase64URLWithData(QByteArray()), u""_s);
 }
 
 void TestZuveroData::nullRemoval()
 {
     const QVariant null = QVariant::fromValue(nullptr);
-    const QVariantMap tree{
-        {QStringLiteral("a"), null},
-        {QStringLiteral("b"), QVariantList{1, null, QVariantMap{{QStringLiteral("c"), null}}}}};
-    const QVariantMap expected{{QStringLiteral("b"), QVariantList{1, QVariantMap()}}};
+    const QVariantMap tree{{u"a"_s, null},
+                           {u"b"_s, QVariantList{1, null, QVariantMap{{u"c"_s, null}}}}};
+    const QVariantMap expected{{u"b"_s, QVariantList{1, QVariantMap()}}};
     QCOMPARE(ZuveroSkipNSNullRecursively(tree), QVariant(expected));
     QCOMPARE(tree.size(), 2); // the input is left alone
 
-    const QVariantHash hash{{QStringLiteral("x"), null}, {QStringLiteral("y"), 2}};
-    QCOMPARE(ZuveroSkipNSNullRecursively(hash), QVariant(QVariantHash{{QStringLiteral("y"), 2}}));
+    const QVariantHash hash{{u"x"_s, null}, {u"y"_s, 2}};
+    QCOMPARE(ZuveroSkipNSNullRecursively(hash), QVariant(QVariantHash{{u"y"_s, 2}}));
     QVERIFY(!ZuveroSkipNSNullRecursively(null).isValid());
     QVERIFY(!ZuveroSkipNSNull(null).isValid());
     QCOMPARE(ZuveroSkipNSNull(QVariant(5)), QVariant(5));
-    QCOMPARE(ZuveroSkipNSNullRecursively(QStringLiteral("s")), QVariant(QStringLiteral("s")));
+    QCOMPARE(ZuveroSkipNSNullRecursively(u"s"_s), QVariant(u"s"_s));
 }
 
 void TestZuveroData::bytesInPlace()
@@ -244,7 +244,7 @@ void TestZuveroData::bytesInPlace()
     QVariant boxed(QByteArray("key"));
     QVERIFY(ZuveroDataClear(&boxed));
     QCOMPARE(boxed.toByteArray(), QByteArray(3, '\0'));
-    QVariant text(QStringLiteral("key"));
+    QVariant text(u"key"_s);
     QVERIFY(!ZuveroDataClear(&text));
 
     unsigned char buffer[4] = {1, 2, 3, 4};
@@ -263,10 +263,10 @@ void TestZuveroData::randomDevice()
         ZuveroRandomDataWithLength(8);
         QFAIL("a missing random device must raise");
     } catch (const ZuveroException &e) {
-        QCOMPARE(e.name(), QStringLiteral("Failed to open /dev/urandom"));
-        QCOMPARE(e.reason(), QStringLiteral("fopen('/dev/urandom', 'r') failed."));
+        QCOMPARE(e.name(), u"Failed to open /dev/urandom"_s);
+        QCOMPARE(e.reason(), u"fopen('/dev/urandom', 'r') failed."_s);
     }
-    QCOMPARE(log.lines(), QStringList{QStringLiteral("ZVX: ZVXData: cannot fopen /dev/urandom")});
+    QCOMPARE(log.lines(), QStringList{u"ZVX: ZVXData: cannot fopen /dev/urandom"_s});
 
     // A device that runs dry must not yield predictable bytes.
     QTemporaryFile empty;

@@ -43,7 +43,6 @@ private Q_SLOTS:
     void requestsAndBodies();
     void oldCacheFilesAreRemoved();
     void sharedInstanceReadsTheHostsConfiguration();
-    void attachmentSwitches();
     void offlineMessagesOutliveTheProcess();
 
 private:
@@ -271,17 +270,6 @@ void TestFacade::sharedInstanceReadsTheHostsConfiguration()
     QCOMPARE(shared->appearance().sendTintColor, QColor(Qt::red));
     QCOMPARE(shared->title(), u"Help"_s);
     file.remove();
-}
-
-void TestFacade::attachmentSwitches()
-{
-    // Process-wide and one way: this test comes last.
-    QVERIFY(Zuvero::isAttachmentsEnabled() && Zuvero::isCameraAttachmentEnabled());
-    Zuvero::disableLocationAttachment();
-    QVERIFY(!Zuvero::isLocationAttachmentEnabled() && Zuvero::isLibraryAttachmentEnabled());
-    QVERIFY(Zuvero::isAttachmentsEnabled());
-    Zuvero::disableAttachments();
-    QVERIFY(!Zuvero::isAttachmentsEnabled());
 }
 
 void TestFacade::offlineMessagesOutliveTheProcess()

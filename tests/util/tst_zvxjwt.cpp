@@ -131,17 +131,7 @@ void TestZVXJWT::onlyHMACAlgorithmsAreKnown()
         QVERIFY(!ZVXJWT::signatureForData("data", "k", alg));
     }
     QVERIFY(!ZVXJWT::signatureForData("data", "k", std::nullopt));
-
-    // Tokens that name another algorithm are refused by the verifier, whatever their signature.
-    const QString payload = *ZuveroBase64URLWithData(QByteArray(R"({"userId":"u"})"));
-    for (const QByteArray &header : {QByteArray(R"({"alg":"none","typ":"JWT"})"),
-                                     QByteArray(R"({"alg":"RS256","typ":"JWT"})")}) {
-        const QString unsigned_ = *ZuveroBase64URLWithData(header) + QLatin1Char('.') + payload;
-        const QString hmac
-            = *ZuveroBase64URLWithData(*ZuveroHMACSHA256(QByteArray("k"), unsigned_.toLatin1()));
-        QVERIFY(!ZVXJWT::initWithJWT(unsigned_ + QLatin1Char('.'), QByteArray("k")));
-        QVERIFY(!ZVXJWT::initWithJWT(unsigned_ + QLatin1Char('.') + hmac, QByteArray("k")));
-    }
+    // The verifier's side, token by token, is in the security suite.
 }
 
 void TestZVXJWT::serialisationErrorsAreReported()

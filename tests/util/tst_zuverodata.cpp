@@ -132,16 +132,11 @@ void TestZuveroData::sha256_data()
     QTest::addColumn<QByteArray>("input");
     QTest::addColumn<QByteArray>("digest");
 
-    // FIPS 180-2, appendix B, and the empty input.
+    // FIPS 180-2, appendix B.1, and the empty input: the digest itself is OpenSSL's.
     QTest::newRow("empty")
         << QByteArray() << hex("e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
     QTest::newRow("abc") << QByteArray("abc")
                          << hex("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
-    QTest::newRow("two blocks")
-        << QByteArray("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq")
-        << hex("248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1");
-    QTest::newRow("a million a") << QByteArray(
-        1'000'000, 'a') << hex("cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0");
 }
 
 void TestZuveroData::sha256()
@@ -158,41 +153,19 @@ void TestZuveroData::hmac_data()
     QTest::addColumn<QByteArray>("sha256");
     QTest::addColumn<QByteArray>("sha512");
 
-    // RFC 4231, test cases 1-4, 6 and 7 (5 truncates its output).
+    // RFC 4231, test cases 2 and 6: the key told from the data, and a key longer than a block.
+    // The MAC itself is OpenSSL's; these pin the digest, the argument order and the length.
     const QByteArray longKey(131, '\xaa');
-    QTest::newRow("case 1")
-        << QByteArray(20, '\x0b') << QByteArray("Hi There")
-        << hex("b0344c61d8db38535ca8afceaf0bf12b881dc200c9833da726e9376c2e32cff7")
-        << hex("87aa7cdea5ef619d4ff0b4241a1d6cb02379f4e2ce4ec2787ad0b30545e17cde"
-               "daa833b7d6b8a702038b274eaea3f4e4be9d914eeb61f1702e696c203a126854");
     QTest::newRow("case 2")
         << QByteArray("Jefe") << QByteArray("what do ya want for nothing?")
         << hex("5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843")
         << hex("164b7a7bfcf819e2e395fbe73b56e0a387bd64222e831fd610270cd7ea250554"
                "9758bf75c05a994a6d034f65f8f0e6fdcaeab1a34d4a6b4b636e070a38bce737");
-    QTest::newRow("case 3")
-        << QByteArray(20, '\xaa') << QByteArray(50, '\xdd')
-        << hex("773ea91e36800e46854db8ebd09181a72959098b3ef8c122d9635514ced565fe")
-        << hex("fa73b0089d56a284efb0f0756c890be9b1b5dbdd8ee81a3655f83e33b2279d39"
-               "bf3e848279a722c806b485a47e67c807b946a337bee8942674278859e13292fb");
-    QTest::newRow("case 4")
-        << hex("0102030405060708090a0b0c0d0e0f10111213141516171819") << QByteArray(50, '\xcd')
-        << hex("82558a389a443c0ea4cc819899f2083a85f0faa3e578f8077a2e3ff46729665b")
-        << hex("b0ba465637458c6990e5a8c5f61d4af7e576d97ff94b872de76f8050361ee3db"
-               "a91ca5c11aa25eb4d679275cc5788063a5f19741120c4f2de2adebeb10a298dd");
     QTest::newRow("case 6")
         << longKey << QByteArray("Test Using Larger Than Block-Size Key - Hash Key First")
         << hex("60e431591ee0b67f0d8a26aacbf5b77f8e0bc6213728c5140546040f0ee37f54")
         << hex("80b24263c7c1a3ebb71493c1dd7be8b49b46d1f41b4aeec1121b013783f8f352"
                "6b56d037e05f2598bd0fd2215d6a1e5295e64f73f63f0aec8b915a985d786598");
-    QTest::newRow("case 7")
-        << longKey
-        << QByteArray("This is a test using a larger than block-size key and a larger than "
-                      "block-size data. The key needs to be hashed before being used by the "
-                      "HMAC algorithm.")
-        << hex("9b09ffa71b942fcb27635fbcd5b0e944bfdc63644f0713938a7f51535c3a35e2")
-        << hex("e37b6a775dc87dbaa4dfa9f96e5e3ffddebd71f8867289865df5a32d20cdc944"
-               "b6022cac3c4982b10d5eeb55c3e4de15134676fb6de0446065c97440fa8c6a58");
 }
 
 void TestZuveroData::hmac()

@@ -50,6 +50,8 @@ private:
     void addFault(const QVariantMap &fault);
     qint64 counter(const QString &request);
     ZuveroChatMessageList listing(Zuvero *zuvero);
+    //! The texts of the server's list, oldest first.
+    QStringList texts(Zuvero *zuvero);
 
     ZVXDevServerProcess m_server;
     std::unique_ptr<ZVXDevClient> m_admin;
@@ -77,13 +79,9 @@ void TestFacadeServer::init()
     m_defaults = std::make_unique<ZVXTemporaryUserDefaults>();
     m_clock = std::make_unique<ZVXManualClock>(QDateTime::currentDateTimeUtc());
     m_network->setFlags(Online);
-    QCOMPARE(m_admin->wait(m_admin->manager().deleteResource(m_admin->request(u"/admin/faults"_s)))
-                 .status,
-             200);
-    QCOMPARE(
-        m_admin->wait(m_admin->manager().deleteResource(m_admin->request(u"/admin/counters"_s)))
-            .status,
-        200);
+    for (const QString &path : {u"/admin/faults"_s, u"/admin/counters"_s})
+        QCOMPARE(m_admin->wait(m_admin->manager().deleteResource(m_admin->request(path))).status,
+                 200);
 }
 
 void TestFacadeServer::cleanup()
@@ -124,6 +122,14 @@ ZuveroChatMessageList TestFacadeServer::listing(Zuvero *zuvero)
     if (!QTest::qWaitFor([&] { return done; }, 10000))
         return {};
     return result.value_or(ZuveroChatMessageList());
+}
+
+QStringList TestFacadeServer::texts(Zuvero *zuvero)
+{
+    QStringList texts;
+    for (const auto &message : listing(zuvero))
+        texts << message->text().value_or(QString());
+    return texts;
 }
 
 void TestFacadeServer::conversationEndToEnd()
@@ -211,17 +217,11 @@ void TestFacadeServer::registrationsMerge()
 
     // Requests asked for while a registration is under way wait for it and keep their order: a
     // text does not overtake the one before it, which waits for the registration it started.
-    const auto texts = [&] {
-        QStringList stored;
-        for (const auto &message : listing(zuvero.get()))
-            stored << message->text().value_or(QString());
-        return stored;
-    };
     zuvero->setNeedsRegistration(true);
     for (const char *text : {"one", "two", "three"})
         zuvero->sendMessage(QString::fromLatin1(text));
-    QTRY_COMPARE(texts().size(), 3);
-    QCOMPARE(texts(), (QStringList{u"one"_s, u"two"_s, u"three"_s}));
+    QTRY_COMPARE(texts(zuvero.get()).size(), 3);
+    QCOMPARE(texts(zuvero.get()), (QStringList{u"one"_s, u"two"_s, u"three"_s}));
     QCOMPARE(counter(u"POST /api/1.0/register"_s), 6);
 
     // When that registration fails, the next request registers again, once; the text that met
@@ -230,8 +230,8 @@ void TestFacadeServer::registrationsMerge()
     zuvero->setNeedsRegistration(true);
     for (const char *text : {"four", "five"})
         zuvero->sendMessage(QString::fromLatin1(text));
-    QTRY_COMPARE(texts().size(), 5);
-    QCOMPARE(texts().mid(3), (QStringList{u"five"_s, u"four"_s}));
+    QTRY_COMPARE(texts(zuvero.get()).size(), 5);
+    QCOMPARE(texts(zuvero.get()).mid(3), (QStringList{u"five"_s, u"four"_s}));
     QCOMPARE(counter(u"POST /api/1.0/register"_s), 8);
     QVERIFY(zuvero->offlineMessages().isEmpty());
 }
@@ -273,10 +273,7 @@ void TestFacadeServer::queuedWhileOfflineSentInOrder()
     QCOMPARE(finished.first()->text(), u"three"_s);
     QVERIFY(progress >= 3);
 
-    QStringList texts;
-    for (const auto &message : listing(zuvero.get()))
-        texts << message->text().value_or(QString());
-    QCOMPARE(texts.join(QLatin1Char(' ')), u"one two three"_s);
+    QCOMPARE(texts(zuvero.get()).join(u' '), u"one two three"_s);
 }
 
 void TestFacadeServer::retriesCountServerRefusalsOnly()
@@ -335,10 +332,7 @@ void TestFacadeServer::retriesCountServerRefusalsOnly()
     refuse(1);
     runPass();
     QVERIFY(b->isErrored() && !c->isErrored() && !c->isOffline());
-    QStringList texts;
-    for (const auto &message : listing(zuvero.get()))
-        texts << message->text().value_or(QString());
-    QCOMPARE(texts.join(QLatin1Char(' ')), u"a c"_s);
+    QCOMPARE(texts(zuvero.get()).join(u' '), u"a c"_s);
 }
 
 void TestFacadeServer::replyChecks_data()

@@ -141,13 +141,13 @@ void TestConfiguration::readsJSONAndRefusesBrokenFiles()
 
 void TestConfiguration::appearanceTakesTypedValues()
 {
+    // The defaults' relations, not their figures: system bubbles are drawn as the agent's, and
+    // only the plain bubbles take a tint.
     ZuveroAppearance appearance = ZuveroAppearance::defaults();
-    QCOMPARE(appearance.userMessageBubbleImage.capInsets, QMarginsF(19, 18, 36, 18));
     QCOMPARE(appearance.systemMessageBubbleImage.capInsets,
              appearance.agentMessageBubbleImage.capInsets);
     QVERIFY(!appearance.userAttachmentBubbleImage.isTemplate
             && appearance.userMessageBubbleImage.isTemplate);
-    QCOMPARE(appearance.agentNameInsets, QMarginsF(10, 2, 10, 4));
 
     QVERIFY(appearance.setValue(u"tintColor"_s, QColor(Qt::red)));
     QCOMPARE(appearance.tintColor, QColor(Qt::red));
@@ -161,8 +161,7 @@ void TestConfiguration::appearanceTakesTypedValues()
     QCOMPARE(appearance.messageFont->family(), u"DejaVu Serif"_s);
     ZuveroAppearance plain;
     plain.fillFonts();
-    QCOMPARE(plain.messageFont->pixelSize(), 17);
-    QVERIFY(plain.agentNameFont->bold());
+    QVERIFY(plain.messageFont && plain.agentNameFont->bold());
 }
 
 QTEST_MAIN(TestConfiguration)

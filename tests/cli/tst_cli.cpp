@@ -9,9 +9,11 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
-const QString SecretHex = QStringLiteral("00112233445566778899aabbccddeeff");
+const QString SecretHex = u"00112233445566778899aabbccddeeff"_s;
 
 struct Run
 {
@@ -49,26 +51,22 @@ private:
 void TestCli::initTestCase()
 {
     // A port of our own, so that the server can come back on it.
-    QVERIFY(m_server.start({QStringLiteral("--api-secret"), SecretHex, QStringLiteral("--port"),
-                            QStringLiteral("0")}));
+    QVERIFY(m_server.start({u"--api-secret"_s, SecretHex, u"--port"_s, u"0"_s}));
     m_host = QUrl(m_server.origin()).authority();
     QVERIFY(m_server.stop());
-    QVERIFY(m_server.start({QStringLiteral("--api-secret"), SecretHex, QStringLiteral("--port"),
-                            QString::number(QUrl(m_server.origin()).port()),
-                            QStringLiteral("--admin")}));
+    QVERIFY(m_server.start({u"--api-secret"_s, SecretHex, u"--port"_s,
+                            QString::number(QUrl(m_server.origin()).port()), u"--admin"_s}));
     m_admin = std::make_unique<ZVXDevClient>(
         m_server,
-        ZVXDevSign({{QStringLiteral("installationId"), QStringLiteral("admin")}},
-                   QByteArray::fromHex(SecretHex.toLatin1())));
+        ZVXDevSign({{u"installationId"_s, u"admin"_s}}, QByteArray::fromHex(SecretHex.toLatin1())));
 }
 
 QStringList TestCli::common(const QString &user) const
 {
-    return {QStringLiteral("--host"),       m_host,
-            QStringLiteral("--api-secret"), SecretHex,
-            QStringLiteral("--ca-file"),    m_server.authorityPath(),
-            QStringLiteral("--state"),      m_state.path(),
-            QStringLiteral("--user-id"),    user};
+    return {u"--host"_s,  m_host,         u"--api-secret"_s,
+            SecretHex,    u"--ca-file"_s, m_server.authorityPath(),
+            u"--state"_s, m_state.path(), u"--user-id"_s,
+            user};
 }
 
 Run TestCli::run(const QStringList &arguments, const QByteArray &input)
@@ -86,64 +84,55 @@ Run TestCli::run(const QStringList &arguments, const QByteArray &input)
 
 void TestCli::commands()
 {
-    const QStringList ana = common(QStringLiteral("ana"));
-    QCOMPARE(run(ana + QStringList{QStringLiteral("register")}).out,
-             QStringLiteral("registered\n"));
+    const QStringList ana = common(u"ana"_s);
+    QCOMPARE(run(ana + QStringList{u"register"_s}).out, u"registered\n"_s);
 
     QTemporaryDir files;
     QImage photo(3000, 2000, QImage::Format_RGB32);
     photo.fill(Qt::darkGreen);
-    const QString photoPath = files.filePath(QStringLiteral("photo.png"));
+    const QString photoPath = files.filePath(u"photo.png"_s);
     QVERIFY(photo.save(photoPath));
     const Run sent
         = run(ana
-              + QStringList{QStringLiteral("send"), QStringLiteral("Hi ✓"),
-                            QStringLiteral("--file"), photoPath, QStringLiteral("--location"),
-                            QStringLiteral("48.8584,2.2945,800,Champ de Mars, Paris")});
+              + QStringList{u"send"_s, u"Hi ✓"_s, u"--file"_s, photoPath, u"--location"_s,
+                            u"48.8584,2.2945,800,Champ de Mars, Paris"_s});
     QCOMPARE(sent.status, 0);
     const QString uuid = sent.out.trimmed();
     QCOMPARE(uuid.size(), 36);
 
-    const Run history = run(
-        ana
-        + QStringList{QStringLiteral("history"), QStringLiteral("--limit"), QStringLiteral("10")});
+    const Run history = run(ana + QStringList{u"history"_s, u"--limit"_s, u"10"_s});
     QCOMPARE(history.status, 0);
     const QStringList lines = history.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    QCOMPARE(lines.last(), QStringLiteral("more: no"));
+    QCOMPARE(lines.last(), u"more: no"_s);
     const QVariantMap message
         = QJsonDocument::fromJson(lines.first().toUtf8()).object().toVariantMap();
-    QCOMPARE(message.value(QStringLiteral("uuid")).toString(), uuid);
-    QCOMPARE(message.value(QStringLiteral("location")).toMap().value(QStringLiteral("address")),
-             QVariant(QStringLiteral("Champ de Mars, Paris")));
-    const QVariantMap attachment
-        = message.value(QStringLiteral("attachments")).toList().first().toMap();
+    QCOMPARE(message.value(u"uuid"_s).toString(), uuid);
+    QCOMPARE(message.value(u"location"_s).toMap().value(u"address"_s),
+             QVariant(u"Champ de Mars, Paris"_s));
+    const QVariantMap attachment = message.value(u"attachments"_s).toList().first().toMap();
     // The picture went up shrunk, as JPEG.
-    QCOMPARE(attachment.value(QStringLiteral("contentType")),
-             QVariant(QStringLiteral("image/jpeg")));
-    QVERIFY(attachment.value(QStringLiteral("imageSize")).toList().first().toDouble() < 3000);
+    QCOMPARE(attachment.value(u"contentType"_s), QVariant(u"image/jpeg"_s));
+    QVERIFY(attachment.value(u"imageSize"_s).toList().first().toDouble() < 3000);
 
-    QCOMPARE(
-        run(ana + QStringList{QStringLiteral("mark-read"), uuid + QStringLiteral("@1700000000")})
-            .out,
-        QStringLiteral("marked 1\n"));
-    QCOMPARE(run(ana + QStringList{QStringLiteral("status")}).out, QStringLiteral("0\n"));
+    QCOMPARE(run(ana + QStringList{u"mark-read"_s, uuid + u"@1700000000"_s}).out, u"marked 1\n"_s);
+    QCOMPARE(run(ana + QStringList{u"status"_s}).out, u"0\n"_s);
 
-    const Run token = run(ana + QStringList{QStringLiteral("token")});
+    const Run token = run(ana + QStringList{u"token"_s});
     const auto verified
         = ZVXJWT::initWithJWT(token.out.trimmed(), QByteArray::fromHex(SecretHex.toLatin1()));
     QVERIFY(verified);
-    QCOMPARE(verified->payload().value(QStringLiteral("userId")), QVariant(QStringLiteral("ana")));
+    QCOMPARE(verified->payload().value(u"userId"_s), QVariant(u"ana"_s));
 
     // A payload for someone else is ignored; one for this user is consumed, from standard input.
-    QCOMPARE(run(ana + QStringList{QStringLiteral("push"), QStringLiteral("-")},
+    QCOMPARE(run(ana + QStringList{u"push"_s, u"-"_s},
                  R"({"zuvero":"1","appdata":{"uid":"bob","t":"m","uuid":"x"}})")
                  .out,
-             QStringLiteral("ignored\n"));
+             u"ignored\n"_s);
     QCOMPARE(
-        run(ana + QStringList{QStringLiteral("push"), QStringLiteral("-")},
+        run(ana + QStringList{u"push"_s, u"-"_s},
             R"({"zuvero":"1","badge":3,"appdata":{"uid":"ana","t":"m","uuid":"y"},"alert":"Hello"})")
             .out,
-        QStringLiteral("consumed\n"));
+        u"consumed\n"_s);
 }
 
 void TestCli::usageErrors_data()
@@ -151,29 +140,19 @@ void TestCli::usageErrors_data()
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QString>("message");
     QTest::newRow("no command") << QStringList() << "no command given";
-    QTest::newRow("unknown command")
-        << QStringList{QStringLiteral("dance")} << "unknown command \"dance\"";
+    QTest::newRow("unknown command") << QStringList{u"dance"_s} << "unknown command \"dance\"";
     QTest::newRow("two credentials")
-        << QStringList{QStringLiteral("--api-key"), QStringLiteral("k"), QStringLiteral("--jwt"),
-                       QStringLiteral("t"), QStringLiteral("status")}
-        << "give one of";
+        << QStringList{u"--api-key"_s, u"k"_s, u"--jwt"_s, u"t"_s, u"status"_s} << "give one of";
     QTest::newRow("option of another command")
-        << QStringList{QStringLiteral("status"), QStringLiteral("--limit"), QStringLiteral("3")}
-        << "--limit does not go with status";
-    QTest::newRow("bad limit") << QStringList{QStringLiteral("history"), QStringLiteral("--limit"),
-                                              QStringLiteral("x")}
+        << QStringList{u"status"_s, u"--limit"_s, u"3"_s} << "--limit does not go with status";
+    QTest::newRow("bad limit") << QStringList{u"history"_s, u"--limit"_s, u"x"_s}
                                << "--limit must be a whole number";
-    QTest::newRow("bad location") << QStringList{
-        QStringLiteral("send"), QStringLiteral("t"), QStringLiteral("--location"),
-        QStringLiteral("91,0")} << "--location must be";
-    QTest::newRow("send without text")
-        << QStringList{QStringLiteral("send")} << "wrong number of arguments";
-    QTest::newRow("no token") << QStringList{QStringLiteral("--api-key"), QStringLiteral("k"),
-                                             QStringLiteral("token")}
-                              << "no token";
+    QTest::newRow("bad location") << QStringList{u"send"_s, u"t"_s, u"--location"_s, u"91,0"_s}
+                                  << "--location must be";
+    QTest::newRow("send without text") << QStringList{u"send"_s} << "wrong number of arguments";
+    QTest::newRow("no token") << QStringList{u"--api-key"_s, u"k"_s, u"token"_s} << "no token";
     QTest::newRow("payload not JSON")
-        << QStringList{QStringLiteral("--api-key"), QStringLiteral("k"), QStringLiteral("push"),
-                       QStringLiteral("/nonexistent.json")}
+        << QStringList{u"--api-key"_s, u"k"_s, u"push"_s, u"/nonexistent.json"_s}
         << "cannot read /nonexistent.json";
 }
 
@@ -181,7 +160,7 @@ void TestCli::usageErrors()
 {
     QFETCH(QStringList, arguments);
     QFETCH(QString, message);
-    const Run result = run(QStringList{QStringLiteral("--state"), m_state.path()} + arguments);
+    const Run result = run(QStringList{u"--state"_s, m_state.path()} + arguments);
     QCOMPARE(result.status, 2);
     QVERIFY2(result.err.contains(message), qPrintable(result.err));
 }
@@ -189,23 +168,22 @@ void TestCli::usageErrors()
 void TestCli::serverAndTokenFailures()
 {
     // Nobody listens: a network error, said plainly.
-    QStringList down = common(QStringLiteral("ana"));
-    down[1] = QStringLiteral("127.0.0.1:9");
-    const Run refused = run(down + QStringList{QStringLiteral("status")});
+    QStringList down = common(u"ana"_s);
+    down[1] = u"127.0.0.1:9"_s;
+    const Run refused = run(down + QStringList{u"status"_s});
     QCOMPARE(refused.status, 1);
     QVERIFY2(refused.err.startsWith(QLatin1String("zuvero-cli: com.zuvero.url ")),
              qPrintable(refused.err));
 
     // A token signed with another secret: the server's 401.
     ZVXJWT forged;
-    forged.setPayload({{QStringLiteral("apiKey"), QStringLiteral("x")},
-                       {QStringLiteral("installationId"), QStringLiteral("I")}});
+    forged.setPayload({{u"apiKey"_s, u"x"_s}, {u"installationId"_s, u"I"_s}});
     const QStringList forger{
-        QStringLiteral("--host"),    m_host,
-        QStringLiteral("--jwt"),     *forged.signedTokenWithSecret(QByteArray("not the secret")),
-        QStringLiteral("--ca-file"), m_server.authorityPath(),
-        QStringLiteral("--state"),   m_state.path()};
-    const Run unauthorized = run(forger + QStringList{QStringLiteral("status")});
+        u"--host"_s,    m_host,
+        u"--jwt"_s,     *forged.signedTokenWithSecret(QByteArray("not the secret")),
+        u"--ca-file"_s, m_server.authorityPath(),
+        u"--state"_s,   m_state.path()};
+    const Run unauthorized = run(forger + QStringList{u"status"_s});
     QCOMPARE(unauthorized.status, 1);
     QVERIFY2(unauthorized.err.startsWith(QLatin1String("zuvero-cli: com.zuvero.errors 401: ")),
              qPrintable(unauthorized.err));
@@ -214,58 +192,52 @@ void TestCli::serverAndTokenFailures()
 void TestCli::registerReportsItsOwnAnswer()
 {
     const auto registrations
-        = [this] { return m_admin->requestCount(QStringLiteral("POST /api/1.0/register")); };
+        = [this] { return m_admin->requestCount(u"POST /api/1.0/register"_s); };
     const auto fault = [this](const char *kind) {
         QCOMPARE(m_admin
-                     ->postJSON(QStringLiteral("/admin/faults"),
-                                {{QStringLiteral("path"), QStringLiteral("/api/1.0/register")},
-                                 {QStringLiteral("kind"), QString::fromLatin1(kind)},
-                                 {QStringLiteral("status"), 200}})
+                     ->postJSON(u"/admin/faults"_s,
+                                {{u"path"_s, u"/api/1.0/register"_s},
+                                 {u"kind"_s, QString::fromLatin1(kind)},
+                                 {u"status"_s, 200}})
                      .status,
                  200);
     };
 
     // Identity options make no registration of their own: the command's one request is the one
     // it reports.
-    QStringList options = common(QStringLiteral("reg"))
-        + QStringList{QStringLiteral("--user-name"), QStringLiteral("Reg"),
-                      QStringLiteral("--device-token"), QStringLiteral("a1b2")};
+    QStringList options = common(u"reg"_s)
+        + QStringList{u"--user-name"_s, u"Reg"_s, u"--device-token"_s, u"a1b2"_s};
     qint64 before = registrations();
     fault("nonJSON");
-    const Run refused = run(options + QStringList{QStringLiteral("register")});
+    const Run refused = run(options + QStringList{u"register"_s});
     QCOMPARE(refused.status, 1);
     QVERIFY2(refused.err.startsWith(QLatin1String("zuvero-cli: com.zuvero.json ")),
              qPrintable(refused.err));
     QCOMPARE(registrations(), before + 1);
     before = registrations();
-    QCOMPARE(run(options + QStringList{QStringLiteral("register")}).out,
-             QStringLiteral("registered\n"));
+    QCOMPARE(run(options + QStringList{u"register"_s}).out, u"registered\n"_s);
     QCOMPARE(registrations(), before + 1);
 
     // A token registers as soon as it is set; when that fails, so does the command.
     ZVXJWT token;
     token.setPayload(
-        {{QStringLiteral("apiKey"),
+        {{u"apiKey"_s,
           QString::fromLatin1(QCryptographicHash::hash(QByteArray::fromHex(SecretHex.toLatin1()),
                                                        QCryptographicHash::Sha256)
                                   .toHex())},
-         {QStringLiteral("installationId"), QStringLiteral("T")},
-         {QStringLiteral("userId"), QStringLiteral("tokened")}});
+         {u"installationId"_s, u"T"_s},
+         {u"userId"_s, u"tokened"_s}});
     const QStringList tokened{
-        QStringLiteral("--host"),
-        m_host,
-        QStringLiteral("--jwt"),
-        *token.signedTokenWithSecret(QByteArray::fromHex(SecretHex.toLatin1())),
-        QStringLiteral("--ca-file"),
-        m_server.authorityPath(),
-        QStringLiteral("--state"),
-        m_state.path()};
+        u"--host"_s,    m_host,
+        u"--jwt"_s,     *token.signedTokenWithSecret(QByteArray::fromHex(SecretHex.toLatin1())),
+        u"--ca-file"_s, m_server.authorityPath(),
+        u"--state"_s,   m_state.path()};
     fault("nonJSON");
-    const Run refused2 = run(tokened + QStringList{QStringLiteral("register")});
+    const Run refused2 = run(tokened + QStringList{u"register"_s});
     QCOMPARE(refused2.status, 1);
     QVERIFY2(refused2.err.contains(QLatin1String("earlier registration")),
              qPrintable(refused2.err));
-    QCOMPARE(run(tokened + QStringList{QStringLiteral("register")}).status, 0);
+    QCOMPARE(run(tokened + QStringList{u"register"_s}).status, 0);
 }
 
 void TestCli::queueWaitsForTheServer()
@@ -273,45 +245,37 @@ void TestCli::queueWaitsForTheServer()
     QVERIFY(m_server.stop());
     QProcess queue;
     queue.start(QStringLiteral(ZUVERO_CLI),
-                common(QStringLiteral("queued"))
-                    + QStringList{QStringLiteral("queue"), QStringLiteral("first"),
-                                  QStringLiteral("second"), QStringLiteral("--wait"),
-                                  QStringLiteral("60")});
+                common(u"queued"_s)
+                    + QStringList{u"queue"_s, u"first"_s, u"second"_s, u"--wait"_s, u"60"_s});
     QVERIFY(queue.waitForStarted());
     QTest::qWait(1500); // the queue meets a server that is down at least once
     QVERIFY(m_server.restart());
     QVERIFY(queue.waitForFinished(60000));
     QCOMPARE(queue.exitCode(), 0);
-    QCOMPARE(QString::fromUtf8(queue.readAllStandardOutput()),
-             QStringLiteral("sent 2, queued 0, errored 0\n"));
+    QCOMPARE(QString::fromUtf8(queue.readAllStandardOutput()), u"sent 2, queued 0, errored 0\n"_s);
 
-    const Run history
-        = run(common(QStringLiteral("queued")) + QStringList{QStringLiteral("history")});
+    const Run history = run(common(u"queued"_s) + QStringList{u"history"_s});
     QStringList texts;
     for (const QString &line : history.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
         const QVariantMap message = QJsonDocument::fromJson(line.toUtf8()).object().toVariantMap();
-        if (message.contains(QStringLiteral("text")))
-            texts << message.value(QStringLiteral("text")).toString();
+        if (message.contains(u"text"_s))
+            texts << message.value(u"text"_s).toString();
     }
-    QCOMPARE(texts, (QStringList{QStringLiteral("first"), QStringLiteral("second")}));
+    QCOMPARE(texts, (QStringList{u"first"_s, u"second"_s}));
 }
 
 void TestCli::chatInTheTerminal()
 {
-    const QStringList bea = common(QStringLiteral("bea"));
-    QCOMPARE(
-        run(bea + QStringList{QStringLiteral("send"), QStringLiteral("Is anyone there?")}).status,
-        0);
+    const QStringList bea = common(u"bea"_s);
+    QCOMPARE(run(bea + QStringList{u"send"_s, u"Is anyone there?"_s}).status, 0);
     ZVXDevClient console(m_server, QString());
     QCOMPARE(
-        console
-            .agentReply(console.conversationId(QStringLiteral("userId"), QStringLiteral("bea")),
-                        QStringLiteral("Yes, how can I help?"))
+        console.agentReply(console.conversationId(u"userId"_s, u"bea"_s), u"Yes, how can I help?"_s)
             .status,
         200);
     // Typed lines are sent; at the end of input the conversation is printed in order, agent and
     // user apart.
-    const Run chat = run(bea + QStringList{QStringLiteral("chat")}, "My parcel is late.\n");
+    const Run chat = run(bea + QStringList{u"chat"_s}, "My parcel is late.\n");
     QCOMPARE(chat.status, 0);
     const QStringList lines = chat.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts).mid(1);
     QCOMPARE(lines.size(), 3);

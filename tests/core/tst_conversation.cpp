@@ -2,6 +2,8 @@
 
 #include <QTest>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 ZuveroChatMessagePtr message(const char *uuid, int minute, const char *text = "")
@@ -114,13 +116,13 @@ void TestConversation::savingKeepsTheNewestWithoutWelcome()
         many << message(QByteArray::number(i).constData(), i % 60,
                         QByteArray::number(i).constData());
     conversation.setMessages(many);
-    const auto welcome = ZuveroChatMessage::initWithSystemText(QStringLiteral("Welcome"));
+    const auto welcome = ZuveroChatMessage::initWithSystemText(u"Welcome"_s);
     conversation.setWelcomeMessage(welcome);
     conversation.addMessages({welcome});
     const ZuveroChatMessageList saved = conversation.messagesToSave();
     QCOMPARE(saved.size(), 99); // the newest 100, less the welcome message among them
     QVERIFY(!saved.contains(welcome));
-    QCOMPARE(saved.last()->text(), QStringLiteral("119"));
+    QCOMPARE(saved.last()->text(), u"119"_s);
 }
 
 QTEST_GUILESS_MAIN(TestConversation)

@@ -13,20 +13,19 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QStandardPaths>
+#include <QTemporaryDir>
 #include <QTest>
 
 #include <thread>
 
-#include <QTemporaryDir>
-
+using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
 namespace {
 // A port nobody listens on: registrations fail at once, without waiting on a name lookup.
-const QString ClosedHost = QStringLiteral("127.0.0.1:9");
-const QString Secret = QStringLiteral("74657374"); // "test"
-const QString SecretKey
-    = QStringLiteral("9f86d081884c7d659a2feaa0c55ad015a3bf4f1b2b0b822cd15d6c15b0f00a08");
+const QString ClosedHost = u"127.0.0.1:9"_s;
+const QString Secret = u"74657374"_s; // "test"
+const QString SecretKey = u"9f86d081884c7d659a2feaa0c55ad015a3bf4f1b2b0b822cd15d6c15b0f00a08"_s;
 } // namespace
 
 class TestFacade : public QObject
@@ -44,7 +43,6 @@ private Q_SLOTS:
     void requestsAndBodies();
     void oldCacheFilesAreRemoved();
     void sharedInstanceReadsTheHostsConfiguration();
-    void attachmentSwitches();
     void offlineMessagesOutliveTheProcess();
 
 private:
@@ -59,8 +57,8 @@ void TestFacade::credentials()
     QVERIFY(token);
     const auto verified = ZVXJWT::initWithJWT(token, QByteArray("test"));
     QVERIFY(verified);
-    QCOMPARE(verified->payload().value(QStringLiteral("apiKey")), QVariant(SecretKey));
-    QCOMPARE(verified->payload().value(QStringLiteral("installationId")),
+    QCOMPARE(verified->payload().value(u"apiKey"_s), QVariant(SecretKey));
+    QCOMPARE(verified->payload().value(u"installationId"_s),
              QVariant(signing->installationIdentifier()));
     QCOMPARE(signing->installationIdentifier(), signing->installationIdentifier().toUpper());
     QCOMPARE(signing->sdkVersion(), QStringLiteral(ZUVERO_TEST_VERSION));
@@ -68,39 +66,36 @@ void TestFacade::credentials()
     // A key alone makes no token; an empty secret falls back to the key; a bad secret makes no
     // facade.
     std::unique_ptr<Zuvero> keyed(Zuvero::initWithConfigurationDictionary(
-        QVariantMap{{QStringLiteral("apiSecret"), QString()},
-                    {QStringLiteral("apiKey"), QStringLiteral("k")}}));
-    QCOMPARE(keyed->apiKey(), QStringLiteral("k"));
+        QVariantMap{{u"apiSecret"_s, QString()}, {u"apiKey"_s, u"k"_s}}));
+    QCOMPARE(keyed->apiKey(), u"k"_s);
     QVERIFY(!keyed->jwt());
     QCOMPARE(keyed->hostname(), QString(ZuveroDefaultHostname));
-    QVERIFY(!Zuvero::initWithConfigurationDictionary(
-        QVariantMap{{QStringLiteral("apiSecret"), QStringLiteral("abc")}}));
+    QVERIFY(!Zuvero::initWithConfigurationDictionary(QVariantMap{{u"apiSecret"_s, u"abc"_s}}));
     QVERIFY_THROWS_EXCEPTION(ZuveroException, keyed->chatViewController());
 
     // Off the main thread, creation is a programming error.
     QString name;
     std::thread worker([&] {
         try {
-            Zuvero::initWithApiKey(QStringLiteral("k"));
+            Zuvero::initWithApiKey(u"k"_s);
         } catch (const ZuveroException &e) {
             name = e.name();
         }
     });
     worker.join();
-    QCOMPARE(name, QStringLiteral("Must run on main thread"));
+    QCOMPARE(name, u"Must run on main thread"_s);
 }
 
 void TestFacade::tokenClaimsBecomeTheIdentity()
 {
-    std::unique_ptr<Zuvero> zuvero(Zuvero::initWithApiKey(QStringLiteral("k"), ClosedHost, {}));
+    std::unique_ptr<Zuvero> zuvero(Zuvero::initWithApiKey(u"k"_s, ClosedHost, {}));
     ZVXJWT token;
-    token.setPayload({{QStringLiteral("userId"), QStringLiteral("u1")},
-                      {QStringLiteral("userName"), QStringLiteral("Ana")},
-                      {QStringLiteral("extra"), QStringLiteral("not a dictionary")}});
+    token.setPayload(
+        {{u"userId"_s, u"u1"_s}, {u"userName"_s, u"Ana"_s}, {u"extra"_s, u"not a dictionary"_s}});
     zuvero->saveCachedMessages({ZuveroChatMessage::init()}, true);
     zuvero->setJwt(token.signedTokenWithSecret(QByteArray("server's secret")));
-    QCOMPARE(zuvero->userIdentifier(), QStringLiteral("u1"));
-    QCOMPARE(zuvero->userName(), QStringLiteral("Ana"));
+    QCOMPARE(zuvero->userIdentifier(), u"u1"_s);
+    QCOMPARE(zuvero->userName(), u"Ana"_s);
     QVERIFY(!zuvero->authenticationInfo());
     // A new identity starts a new conversation.
     QVERIFY(zuvero->cachedConversation()
@@ -114,17 +109,16 @@ void TestFacade::unreadCountWaitsWhileTheChatShows()
     auto delegate = std::make_shared<ZuveroDelegate>();
     QStringList events;
     delegate->zuveroUnreadCountDidChange
-        = [&](const ZuveroNotification &n) { events << QStringLiteral("delegate:") + n.name(); };
-    std::unique_ptr<Zuvero> zuvero(
-        Zuvero::initWithApiKey(QStringLiteral("k"), ClosedHost, delegate));
+        = [&](const ZuveroNotification &n) { events << u"delegate:"_s + n.name(); };
+    std::unique_ptr<Zuvero> zuvero(Zuvero::initWithApiKey(u"k"_s, ClosedHost, delegate));
     auto observer = ZuveroNotificationCenter::defaultCenter()->addObserver(
         ZuveroChatUnreadCountDidChangeNotification, zuvero.get(),
-        [&](const ZuveroNotification &) { events << QStringLiteral("notification"); });
+        [&](const ZuveroNotification &) { events << u"notification"_s; });
 
     zuvero->updateUnreadCount(3);
-    QCOMPARE(events,
-             (QStringList{QStringLiteral("notification"),
-                          QStringLiteral("delegate:ZuveroChatUnreadCountDidChangeNotification")}));
+    QCOMPARE(
+        events,
+        (QStringList{u"notification"_s, u"delegate:ZuveroChatUnreadCountDidChangeNotification"_s}));
     QCOMPARE(ZuveroApplication::sharedApplication()->applicationIconBadgeNumber(), 3);
 
     // Two screens: the count held back applies when the last one goes.
@@ -166,8 +160,7 @@ void TestFacade::networkActivityBursts()
     int begun = 0, ended = 0;
     delegate->zuveroDidBeginNetworkActivity = [&](Zuvero *) { ++begun; };
     delegate->zuveroDidEndNetworkActivity = [&](Zuvero *) { ++ended; };
-    std::unique_ptr<Zuvero> zuvero(
-        Zuvero::initWithApiKey(QStringLiteral("k"), ClosedHost, delegate));
+    std::unique_ptr<Zuvero> zuvero(Zuvero::initWithApiKey(u"k"_s, ClosedHost, delegate));
 
     zuvero->beginNetworkActivity();
     zuvero->endNetworkActivity();
@@ -185,18 +178,18 @@ void TestFacade::networkActivityBursts()
 void TestFacade::copiesStartSomeSettingsAfresh()
 {
     std::unique_ptr<Zuvero> zuvero(Zuvero::initWithApiSecret(Secret, ClosedHost, {}));
-    zuvero->setLanguage(QStringLiteral("xx-YY"));
+    zuvero->setLanguage(u"xx-YY"_s);
     zuvero->setUpdateAppBadgeNumber(false);
     zuvero->setPollingInterval(42);
     zuvero->appearance().tintColor = Qt::red;
     zuvero->appearance().inputBarTintColor = Qt::green;
-    zuvero->setMessageContextInfo(QVariantMap{{QStringLiteral("page"), 1}});
+    zuvero->setMessageContextInfo(QVariantMap{{u"page"_s, 1}});
     std::unique_ptr<Zuvero> copy(zuvero->copyWithZone());
     QCOMPARE(copy->jwt(), zuvero->jwt());
     QCOMPARE(copy->apiKey(), SecretKey);
     QCOMPARE(copy->appearance().tintColor, QColor(Qt::red));
     QVERIFY(!copy->appearance().inputBarTintColor.isValid());
-    QVERIFY(copy->language() != QStringLiteral("xx-YY"));
+    QVERIFY(copy->language() != u"xx-YY"_s);
     QVERIFY(copy->updateAppBadgeNumber());
     QCOMPARE(copy->pollingInterval(), 5.0);
     QVERIFY(!copy->messageContextInfo());
@@ -204,31 +197,30 @@ void TestFacade::copiesStartSomeSettingsAfresh()
 
 void TestFacade::requestsAndBodies()
 {
-    std::unique_ptr<Zuvero> keyed(Zuvero::initWithApiKey(QStringLiteral("k"), ClosedHost, {}));
+    std::unique_ptr<Zuvero> keyed(Zuvero::initWithApiKey(u"k"_s, ClosedHost, {}));
     ZuveroConnectionPrivate *connection = ZuveroConnectionPrivate::get(keyed->connection());
     // Without a token there is no token header at all, and file URLs stay as they are.
-    ZVXURLRequest request = connection->requestWithPath(QStringLiteral("/status"));
-    QCOMPARE(request.url().toString(), QStringLiteral("https://127.0.0.1:9/api/1.0/status"));
+    ZVXURLRequest request = connection->requestWithPath(u"/status"_s);
+    QCOMPARE(request.url().toString(), u"https://127.0.0.1:9/api/1.0/status"_s);
     for (const auto &[name, value] : request.allHTTPHeaderFields())
         QVERIFY2(name != "X-ZVL-JWT", value.constData());
-    const QUrl file(QStringLiteral("https://files.example.com/a.png?a=1"));
+    const QUrl file(u"https://files.example.com/a.png?a=1"_s);
     QCOMPARE(connection->cacheableRequestWithURL(file)->url(), file);
     QVERIFY(!connection->cacheableRequestWithURL(QUrl()));
 
     std::unique_ptr<Zuvero> signing(Zuvero::initWithApiSecret(Secret, ClosedHost, {}));
     connection = ZuveroConnectionPrivate::get(signing->connection());
     const QString token = *signing->jwt();
-    QCOMPARE(
-        connection->requestWithPath(QStringLiteral("/status")).valueForHTTPHeaderField("X-ZVL-JWT"),
-        token.toUtf8());
+    QCOMPARE(connection->requestWithPath(u"/status"_s).valueForHTTPHeaderField("X-ZVL-JWT"),
+             token.toUtf8());
     // The token rides in the query of the API host's own files, and goes nowhere else.
-    const QUrl ours(QStringLiteral("https://127.0.0.1:9/files/a.png?a=1"));
+    const QUrl ours(u"https://127.0.0.1:9/files/a.png?a=1"_s);
     const ZVXURLRequest fileRequest = *connection->cacheableRequestWithURL(ours);
-    QCOMPARE(fileRequest.url().query(QUrl::FullyEncoded), QStringLiteral("a=1&jwt=") + token);
+    QCOMPARE(fileRequest.url().query(QUrl::FullyEncoded), u"a=1&jwt="_s + token);
     QVERIFY(fileRequest.valueForHTTPHeaderField("X-ZVL-JWT").isEmpty());
     QCOMPARE(connection->cacheableRequestWithURL(file)->url(), file);
     QUrl plain = ours;
-    plain.setScheme(QStringLiteral("http"));
+    plain.setScheme(u"http"_s);
     QCOMPARE(connection->cacheableRequestWithURL(plain)->url(), plain);
 
     // The read mark names the latest whole second of its messages (the queries and the bodies
@@ -237,7 +229,7 @@ void TestFacade::requestsAndBodies()
     late->setDate(QDateTime::fromMSecsSinceEpoch(1000900, Qt::UTC));
     early->setDate(QDateTime::fromMSecsSinceEpoch(999000, Qt::UTC));
     QCOMPARE(ZuveroConnectionPrivate::markBody({late, early})
-                 .value(QStringLiteral("lastReadMessageDate"))
+                 .value(u"lastReadMessageDate"_s)
                  .toLongLong(),
              1000);
 }
@@ -245,28 +237,28 @@ void TestFacade::requestsAndBodies()
 void TestFacade::oldCacheFilesAreRemoved()
 {
     const QDir cache(QStandardPaths::writableLocation(QStandardPaths::CacheLocation));
-    QVERIFY(cache.mkpath(QStringLiteral("ZVXFileCache/inner")));
-    QVERIFY(cache.mkpath(QStringLiteral("keep")));
+    QVERIFY(cache.mkpath(u"ZVXFileCache/inner"_s));
+    QVERIFY(cache.mkpath(u"keep"_s));
     for (const char *name :
          {"ZVXFileCache/inner/blob", "keep/ZVXCachedMessages-42.plist", "keep/mine.txt"}) {
         QFile file(cache.filePath(QLatin1String(name)));
         QVERIFY(file.open(QIODevice::WriteOnly));
     }
     ZVXLogCapture log;
-    std::unique_ptr<Zuvero> zuvero(Zuvero::initWithApiKey(QStringLiteral("k"), ClosedHost, {}));
-    QVERIFY(!cache.exists(QStringLiteral("ZVXFileCache")));
-    QVERIFY(!cache.exists(QStringLiteral("keep/ZVXCachedMessages-42.plist")));
-    QVERIFY(cache.exists(QStringLiteral("keep/mine.txt")));
-    QCOMPARE(log.lines().filter(QStringLiteral("ZVX: Cache file deleted : ")).size(), 2);
-    QDir(cache.filePath(QStringLiteral("keep"))).removeRecursively();
+    std::unique_ptr<Zuvero> zuvero(Zuvero::initWithApiKey(u"k"_s, ClosedHost, {}));
+    QVERIFY(!cache.exists(u"ZVXFileCache"_s));
+    QVERIFY(!cache.exists(u"keep/ZVXCachedMessages-42.plist"_s));
+    QVERIFY(cache.exists(u"keep/mine.txt"_s));
+    QCOMPARE(log.lines().filter(u"ZVX: Cache file deleted : "_s).size(), 2);
+    QDir(cache.filePath(u"keep"_s)).removeRecursively();
 }
 
 void TestFacade::sharedInstanceReadsTheHostsConfiguration()
 {
     // A host's "ZuveroConfig.json" in its configuration folder.
     const QDir folder(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation));
-    QVERIFY(folder.mkpath(QStringLiteral(".")));
-    QFile file(folder.filePath(QStringLiteral("ZuveroConfig.json")));
+    QVERIFY(folder.mkpath(u"."_s));
+    QFile file(folder.filePath(u"ZuveroConfig.json"_s));
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write(
         R"({"apiKey": "from-file", "hostname": "127.0.0.1:9", "tintColor": "#FF0000", "title": "Help"})");
@@ -274,21 +266,10 @@ void TestFacade::sharedInstanceReadsTheHostsConfiguration()
     Zuvero *shared = Zuvero::sharedInstance();
     QVERIFY(shared);
     QCOMPARE(Zuvero::sharedInstance(), shared);
-    QCOMPARE(shared->apiKey(), QStringLiteral("from-file"));
+    QCOMPARE(shared->apiKey(), u"from-file"_s);
     QCOMPARE(shared->appearance().sendTintColor, QColor(Qt::red));
-    QCOMPARE(shared->title(), QStringLiteral("Help"));
+    QCOMPARE(shared->title(), u"Help"_s);
     file.remove();
-}
-
-void TestFacade::attachmentSwitches()
-{
-    // Process-wide and one way: this test comes last.
-    QVERIFY(Zuvero::isAttachmentsEnabled() && Zuvero::isCameraAttachmentEnabled());
-    Zuvero::disableLocationAttachment();
-    QVERIFY(!Zuvero::isLocationAttachmentEnabled() && Zuvero::isLibraryAttachmentEnabled());
-    QVERIFY(Zuvero::isAttachmentsEnabled());
-    Zuvero::disableAttachments();
-    QVERIFY(!Zuvero::isAttachmentsEnabled());
 }
 
 void TestFacade::offlineMessagesOutliveTheProcess()
@@ -304,15 +285,14 @@ void TestFacade::offlineMessagesOutliveTheProcess()
         zuvero->setUserIdentifier(user);
         return zuvero;
     };
-    const auto files = [&] {
-        return QDir(folder.path()).entryList({QStringLiteral("offline-*.json")}, QDir::Files);
-    };
+    const auto files
+        = [&] { return QDir(folder.path()).entryList({u"offline-*.json"_s}, QDir::Files); };
 
     // A text is in the file from the moment it is accepted: while it is being sent (nobody
     // listens on this host), and then in the queue.
-    std::unique_ptr<Zuvero> ana = make(QStringLiteral("ana"));
+    std::unique_ptr<Zuvero> ana = make(u"ana"_s);
     QVERIFY(files().isEmpty());
-    ana->sendMessage(QStringLiteral("one"));
+    ana->sendMessage(u"one"_s);
     QCOMPARE(files().size(), 1);
     const QString anaFile = folder.filePath(files().first());
     QCOMPARE(QFileInfo(anaFile).permissions()
@@ -321,19 +301,19 @@ void TestFacade::offlineMessagesOutliveTheProcess()
     QTRY_COMPARE(ana->offlineMessages().size(), 1);
     network->setFlags(0);
     auto photo = ZuveroChatAttachment::init();
-    photo->setContentType(QStringLiteral("image/png"));
-    photo->setFilename(QStringLiteral("a.png"));
+    photo->setContentType(u"image/png"_s);
+    photo->setFilename(u"a.png"_s);
     photo->setData(QByteArray("\x89PNG\r\n\x1a\n\0\xff", 10));
     const ZuveroChatMessagePtr withFile = ZuveroChatMessage::initWithText(std::nullopt, photo);
     ana->addOfflineMessage(withFile);
-    ana->sendMessage(QStringLiteral("three"));
+    ana->sendMessage(u"three"_s);
     QTRY_COMPARE(ana->offlineMessages().size(), 3);
     const ZuveroChatMessageList written = ana->offlineMessages();
 
     // Another user's queue is another file; the first stays for its owner's return.
-    ana->setUserIdentifier(QStringLiteral("bob"));
+    ana->setUserIdentifier(u"bob"_s);
     QVERIFY(ana->offlineMessages().isEmpty());
-    ana->sendMessage(QStringLiteral("bob's"));
+    ana->sendMessage(u"bob's"_s);
     QTRY_COMPARE(files().size(), 2);
     ana.reset();
 
@@ -342,7 +322,7 @@ void TestFacade::offlineMessagesOutliveTheProcess()
     auto added = ZuveroNotificationCenter::defaultCenter()->addObserver(
         ZuveroChatDidAddOfflineMessageNotification, nullptr,
         [&](const ZuveroNotification &) { ++announced; });
-    std::unique_ptr<Zuvero> again = make(QStringLiteral("ana"));
+    std::unique_ptr<Zuvero> again = make(u"ana"_s);
     const ZuveroChatMessageList restored = again->offlineMessages();
     QCOMPARE(restored.size(), 3);
     QCOMPARE(announced, 3);
@@ -353,9 +333,9 @@ void TestFacade::offlineMessagesOutliveTheProcess()
     }
     QCOMPARE(restored[1]->attachments()->first()->data(), photo->data());
     QCOMPARE(restored[1]->attachments()->first()->uuid(), photo->uuid());
-    again->setUserIdentifier(QStringLiteral("bob"));
+    again->setUserIdentifier(u"bob"_s);
     QCOMPARE(again->offlineMessages().size(), 1);
-    QCOMPARE(again->offlineMessages().first()->text(), QStringLiteral("bob's"));
+    QCOMPARE(again->offlineMessages().first()->text(), u"bob's"_s);
     again.reset();
 
     // A file that cannot be read is set aside, never overwritten, and said so.
@@ -364,16 +344,15 @@ void TestFacade::offlineMessagesOutliveTheProcess()
     garbage.write("{\"version\": 1, \"messages\": [");
     garbage.close();
     ZVXLogCapture log;
-    std::unique_ptr<Zuvero> third = make(QStringLiteral("ana"));
+    std::unique_ptr<Zuvero> third = make(u"ana"_s);
     QVERIFY(third->offlineMessages().isEmpty());
-    QVERIFY2(
-        !log.lines().filter(QStringLiteral("ZVX ERROR: ZVXOfflineStore: cannot read")).isEmpty(),
-        qPrintable(log.lines().join(u'\n')));
+    QVERIFY2(!log.lines().filter(u"ZVX ERROR: ZVXOfflineStore: cannot read"_s).isEmpty(),
+             qPrintable(log.lines().join(u'\n')));
     QVERIFY(!QFile::exists(anaFile));
-    QCOMPARE(QDir(folder.path()).entryList({QStringLiteral("offline-*.unreadable-*")}).size(), 1);
+    QCOMPARE(QDir(folder.path()).entryList({u"offline-*.unreadable-*"_s}).size(), 1);
 
     // Emptied, the queue leaves no file behind.
-    third->setUserIdentifier(QStringLiteral("bob"));
+    third->setUserIdentifier(u"bob"_s);
     third->saveOfflineMessages({});
     QVERIFY(files().isEmpty());
 }

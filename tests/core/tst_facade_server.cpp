@@ -18,7 +18,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString SecretHex = QStringLiteral("0a1b2c3d4e5f60718293a4b5c6d7e8f9");
+const QString SecretHex = u"0a1b2c3d4e5f60718293a4b5c6d7e8f9"_s;
 constexpr quint32 Online = ZVXReachabilityFlags::Reachable;
 
 QVariantMap payload(const char *json)
@@ -50,6 +50,8 @@ private:
     void addFault(const QVariantMap &fault);
     qint64 counter(const QString &request);
     ZuveroChatMessageList listing(Zuvero *zuvero);
+    //! The texts of the server's list, oldest first.
+    QStringList texts(Zuvero *zuvero);
 
     ZVXDevServerProcess m_server;
     std::unique_ptr<ZVXDevClient> m_admin;
@@ -60,14 +62,13 @@ private:
 
 void TestFacadeServer::initTestCase()
 {
-    QVERIFY(m_server.start({QStringLiteral("--api-secret"), SecretHex, QStringLiteral("--admin")}));
+    QVERIFY(m_server.start({u"--api-secret"_s, SecretHex, u"--admin"_s}));
     QFile authority(m_server.authorityPath());
     QVERIFY(authority.open(QIODevice::ReadOnly));
     QCOMPARE(ZuveroAddTrustedCertificateAuthorities(authority.readAll()), 1);
     m_admin = std::make_unique<ZVXDevClient>(
         m_server,
-        ZVXDevSign({{QStringLiteral("installationId"), QStringLiteral("admin")}},
-                   QByteArray::fromHex(SecretHex.toLatin1())));
+        ZVXDevSign({{u"installationId"_s, u"admin"_s}}, QByteArray::fromHex(SecretHex.toLatin1())));
     // The tests say when the network is there.
     m_network = std::make_shared<ZVXSettableReachabilitySource>(Online);
     ZVXReachability::setSourceFactory([this](const QHostAddress &) { return m_network; });
@@ -78,16 +79,9 @@ void TestFacadeServer::init()
     m_defaults = std::make_unique<ZVXTemporaryUserDefaults>();
     m_clock = std::make_unique<ZVXManualClock>(QDateTime::currentDateTimeUtc());
     m_network->setFlags(Online);
-    QCOMPARE(m_admin
-                 ->wait(m_admin->manager().deleteResource(
-                     m_admin->request(QStringLiteral("/admin/faults"))))
-                 .status,
-             200);
-    QCOMPARE(m_admin
-                 ->wait(m_admin->manager().deleteResource(
-                     m_admin->request(QStringLiteral("/admin/counters"))))
-                 .status,
-             200);
+    for (const QString &path : {u"/admin/faults"_s, u"/admin/counters"_s})
+        QCOMPARE(m_admin->wait(m_admin->manager().deleteResource(m_admin->request(path))).status,
+                 200);
 }
 
 void TestFacadeServer::cleanup()
@@ -101,14 +95,13 @@ std::unique_ptr<Zuvero> TestFacadeServer::facade(const QString &user,
 {
     const QString host = QUrl(m_server.origin()).authority();
     std::unique_ptr<Zuvero> zuvero(Zuvero::initWithApiSecret(SecretHex, host, delegate));
-    zuvero->setUserIdentifier(
-        QStringLiteral("%1-%2").arg(user, QString::number(quintptr(zuvero.get()), 16)));
+    zuvero->setUserIdentifier(u"%1-%2"_s.arg(user, QString::number(quintptr(zuvero.get()), 16)));
     return zuvero;
 }
 
 void TestFacadeServer::addFault(const QVariantMap &fault)
 {
-    QCOMPARE(m_admin->postJSON(QStringLiteral("/admin/faults"), fault).status, 200);
+    QCOMPARE(m_admin->postJSON(u"/admin/faults"_s, fault).status, 200);
 }
 
 qint64 TestFacadeServer::counter(const QString &request)
@@ -131,9 +124,17 @@ ZuveroChatMessageList TestFacadeServer::listing(Zuvero *zuvero)
     return result.value_or(ZuveroChatMessageList());
 }
 
+QStringList TestFacadeServer::texts(Zuvero *zuvero)
+{
+    QStringList texts;
+    for (const auto &message : listing(zuvero))
+        texts << message->text().value_or(QString());
+    return texts;
+}
+
 void TestFacadeServer::conversationEndToEnd()
 {
-    auto zuvero = facade(QStringLiteral("e2e"));
+    auto zuvero = facade(u"e2e"_s);
     int welcomes = 0;
     auto welcome = ZuveroNotificationCenter::defaultCenter()->addObserver(
         ZuveroWelcomeMessageDidChangeNotification, zuvero.get(),
@@ -152,8 +153,7 @@ void TestFacadeServer::conversationEndToEnd()
     QImage picture(64, 48, QImage::Format_RGB32);
     picture.fill(Qt::darkCyan);
     auto message = ZuveroChatMessage::initWithText(
-        QStringLiteral("Grüße ✓"),
-        ZuveroChatAttachment::initWithImage(ZuveroImage::initWithImage(picture)));
+        u"Grüße ✓"_s, ZuveroChatAttachment::initWithImage(ZuveroImage::initWithImage(picture)));
     QList<double> uploads;
     bool sent = false;
     zuvero->connection()->sendChatMessage(
@@ -169,15 +169,14 @@ void TestFacadeServer::conversationEndToEnd()
     const ZuveroChatMessageList messages = listing(zuvero.get());
     QCOMPARE(messages.size(), 1);
     QCOMPARE(messages.first()->uuid(), message->uuid());
-    QCOMPARE(messages.first()->text(), QStringLiteral("Grüße ✓"));
+    QCOMPARE(messages.first()->text(), u"Grüße ✓"_s);
     const ZuveroChatAttachmentPtr attachment = messages.first()->attachments()->first();
     QVERIFY(attachment->dataURL().scheme() == QLatin1String("https") && attachment->isImage());
 
     // An agent answers; the unread count rises, and falls again once the answer is marked read.
     QCOMPARE(m_admin
-                 ->agentReply(
-                     m_admin->conversationId(QStringLiteral("userId"), *zuvero->userIdentifier()),
-                     QStringLiteral("Hello!"))
+                 ->agentReply(m_admin->conversationId(u"userId"_s, *zuvero->userIdentifier()),
+                              u"Hello!"_s)
                  .status,
              200);
     qint64 count = -1;
@@ -197,8 +196,8 @@ void TestFacadeServer::conversationEndToEnd()
 
 void TestFacadeServer::registrationsMerge()
 {
-    auto zuvero = facade(QStringLiteral("merge"));
-    QTRY_COMPARE(counter(QStringLiteral("POST /api/1.0/register")), 1); // the identity's own
+    auto zuvero = facade(u"merge"_s);
+    QTRY_COMPARE(counter(u"POST /api/1.0/register"_s), 1); // the identity's own
     QTRY_VERIFY(!zuvero->needsRegistration());
 
     // Without completions, calls in one turn of the event loop make one request: the last.
@@ -206,7 +205,7 @@ void TestFacadeServer::registrationsMerge()
         zuvero->setNeedsRegistration(true);
         zuvero->registerIfNeeded();
     }
-    QTRY_COMPARE(counter(QStringLiteral("POST /api/1.0/register")), 2);
+    QTRY_COMPARE(counter(u"POST /api/1.0/register"_s), 2);
     // With completions, each goes out.
     int answered = 0;
     for (int i = 0; i < 3; ++i) {
@@ -214,40 +213,32 @@ void TestFacadeServer::registrationsMerge()
         zuvero->registerIfNeeded([&](bool success, const ZuveroError &) { answered += success; });
     }
     QTRY_COMPARE(answered, 3);
-    QCOMPARE(counter(QStringLiteral("POST /api/1.0/register")), 5);
+    QCOMPARE(counter(u"POST /api/1.0/register"_s), 5);
 
     // Requests asked for while a registration is under way wait for it and keep their order: a
     // text does not overtake the one before it, which waits for the registration it started.
-    const auto texts = [&] {
-        QStringList stored;
-        for (const auto &message : listing(zuvero.get()))
-            stored << message->text().value_or(QString());
-        return stored;
-    };
     zuvero->setNeedsRegistration(true);
     for (const char *text : {"one", "two", "three"})
         zuvero->sendMessage(QString::fromLatin1(text));
-    QTRY_COMPARE(texts().size(), 3);
-    QCOMPARE(texts(), (QStringList{u"one"_s, u"two"_s, u"three"_s}));
-    QCOMPARE(counter(QStringLiteral("POST /api/1.0/register")), 6);
+    QTRY_COMPARE(texts(zuvero.get()).size(), 3);
+    QCOMPARE(texts(zuvero.get()), (QStringList{u"one"_s, u"two"_s, u"three"_s}));
+    QCOMPARE(counter(u"POST /api/1.0/register"_s), 6);
 
     // When that registration fails, the next request registers again, once; the text that met
     // the failure waits in the queue and follows.
-    addFault({{QStringLiteral("path"), QStringLiteral("/api/1.0/register")},
-              {QStringLiteral("kind"), QStringLiteral("status")},
-              {QStringLiteral("status"), 503}});
+    addFault({{u"path"_s, u"/api/1.0/register"_s}, {u"kind"_s, u"status"_s}, {u"status"_s, 503}});
     zuvero->setNeedsRegistration(true);
     for (const char *text : {"four", "five"})
         zuvero->sendMessage(QString::fromLatin1(text));
-    QTRY_COMPARE(texts().size(), 5);
-    QCOMPARE(texts().mid(3), (QStringList{u"five"_s, u"four"_s}));
-    QCOMPARE(counter(QStringLiteral("POST /api/1.0/register")), 8);
+    QTRY_COMPARE(texts(zuvero.get()).size(), 5);
+    QCOMPARE(texts(zuvero.get()).mid(3), (QStringList{u"five"_s, u"four"_s}));
+    QCOMPARE(counter(u"POST /api/1.0/register"_s), 8);
     QVERIFY(zuvero->offlineMessages().isEmpty());
 }
 
 void TestFacadeServer::queuedWhileOfflineSentInOrder()
 {
-    auto zuvero = facade(QStringLiteral("offline"));
+    auto zuvero = facade(u"offline"_s);
     QTRY_VERIFY(!zuvero->needsRegistration());
     m_network->setFlags(0);
     QList<ZuveroChatMessagePtr> finished;
@@ -255,43 +246,39 @@ void TestFacadeServer::queuedWhileOfflineSentInOrder()
     auto finish = ZuveroNotificationCenter::defaultCenter()->addObserver(
         ZuveroChatDidFinishSendingOfflineMessagesNotification, zuvero.get(),
         [&](const ZuveroNotification &n) {
-            finished << n.userInfo().value(QStringLiteral("message")).value<ZuveroChatMessagePtr>();
+            finished << n.userInfo().value(u"message"_s).value<ZuveroChatMessagePtr>();
         });
     auto uploads = ZuveroNotificationCenter::defaultCenter()->addObserver(
         ZuveroChatOfflineMessageUploadProgressNotification, zuvero.get(),
         [&](const ZuveroNotification &) { ++progress; });
 
     bool accepted = false;
-    zuvero->postMessage(QStringLiteral("one"),
-                        [&](bool success, const ZuveroError &) { accepted = success; });
+    zuvero->postMessage(u"one"_s, [&](bool success, const ZuveroError &) { accepted = success; });
     QVERIFY(accepted); // told at once, though nothing can be sent
-    zuvero->sendMessage(QStringLiteral("two"));
-    zuvero->sendMessage(QStringLiteral("   ")); // blank: nothing
-    zuvero->sendMessage(QStringLiteral("three"));
+    zuvero->sendMessage(u"two"_s);
+    zuvero->sendMessage(u"   "_s); // blank: nothing
+    zuvero->sendMessage(u"three"_s);
     QTRY_COMPARE(zuvero->offlineMessages().size(), 3);
     QVERIFY(zuvero->offlineMessages().first()->isOffline());
 
     // The network comes back: a second later one pass sends all three, oldest first.
     m_network->setFlags(Online);
     m_clock->advance(999ms);
-    QCOMPARE(counter(QStringLiteral("POST /api/1.0/messages")), 0);
+    QCOMPARE(counter(u"POST /api/1.0/messages"_s), 0);
     m_clock->advance(1ms);
     QTRY_VERIFY(zuvero->offlineMessages().isEmpty());
     QVERIFY(finished.isEmpty());
     m_clock->advance(200ms);
     QCOMPARE(finished.size(), 1);
-    QCOMPARE(finished.first()->text(), QStringLiteral("three"));
+    QCOMPARE(finished.first()->text(), u"three"_s);
     QVERIFY(progress >= 3);
 
-    QStringList texts;
-    for (const auto &message : listing(zuvero.get()))
-        texts << message->text().value_or(QString());
-    QCOMPARE(texts.join(QLatin1Char(' ')), QStringLiteral("one two three"));
+    QCOMPARE(texts(zuvero.get()).join(u' '), u"one two three"_s);
 }
 
 void TestFacadeServer::retriesCountServerRefusalsOnly()
 {
-    auto zuvero = facade(QStringLiteral("retries"));
+    auto zuvero = facade(u"retries"_s);
     QTRY_VERIFY(!zuvero->needsRegistration());
     int passes = 0;
     auto finish = ZuveroNotificationCenter::defaultCenter()->addObserver(
@@ -304,20 +291,16 @@ void TestFacadeServer::retriesCountServerRefusalsOnly()
         QTRY_VERIFY((m_clock->advance(20ms), passes > before));
     };
     const auto refuse = [&](int count) {
-        addFault({{QStringLiteral("path"), QStringLiteral("/api/1.0/messages")},
-                  {QStringLiteral("kind"), QStringLiteral("status")},
-                  {QStringLiteral("count"), count}});
+        addFault(
+            {{u"path"_s, u"/api/1.0/messages"_s}, {u"kind"_s, u"status"_s}, {u"count"_s, count}});
     };
-    const auto first = ZuveroChatMessage::initWithText(QStringLiteral("first"));
+    const auto first = ZuveroChatMessage::initWithText(u"first"_s);
     zuvero->addOfflineMessage(first);
 
     // A dropped connection is no refusal: three refusals after it still leave the message queued.
-    addFault({{QStringLiteral("path"), QStringLiteral("/api/1.0/messages")},
-              {QStringLiteral("kind"), QStringLiteral("drop")},
-              {QStringLiteral("count"), 10}});
+    addFault({{u"path"_s, u"/api/1.0/messages"_s}, {u"kind"_s, u"drop"_s}, {u"count"_s, 10}});
     runPass();
-    m_admin->wait(
-        m_admin->manager().deleteResource(m_admin->request(QStringLiteral("/admin/faults"))));
+    m_admin->wait(m_admin->manager().deleteResource(m_admin->request(u"/admin/faults"_s)));
     refuse(3);
     for (int i = 0; i < 3; ++i)
         runPass();
@@ -332,16 +315,16 @@ void TestFacadeServer::retriesCountServerRefusalsOnly()
     QVERIFY(zuvero->offlineMessages().isEmpty());
     QPointer<Toast> toast = Toast::current();
     QVERIFY(toast && toast->isVisible());
-    QCOMPARE(toast->text(), QStringLiteral("Could not send the message"));
+    QCOMPARE(toast->text(), u"Could not send the message"_s);
     m_clock->advance(3s);
     QTRY_VERIFY(!toast);
 
     // After a success, the next refusal gives its message up at once and the pass goes on.
-    const auto a = ZuveroChatMessage::initWithText(QStringLiteral("a"));
+    const auto a = ZuveroChatMessage::initWithText(u"a"_s);
     zuvero->addOfflineMessage(a);
     runPass();
-    const auto b = ZuveroChatMessage::initWithText(QStringLiteral("b"));
-    const auto c = ZuveroChatMessage::initWithText(QStringLiteral("c"));
+    const auto b = ZuveroChatMessage::initWithText(u"b"_s);
+    const auto c = ZuveroChatMessage::initWithText(u"c"_s);
     zuvero->addOfflineMessage(b);
     zuvero->addOfflineMessage(b); // the same message twice is queued once
     zuvero->addOfflineMessage(c);
@@ -349,10 +332,7 @@ void TestFacadeServer::retriesCountServerRefusalsOnly()
     refuse(1);
     runPass();
     QVERIFY(b->isErrored() && !c->isErrored() && !c->isOffline());
-    QStringList texts;
-    for (const auto &message : listing(zuvero.get()))
-        texts << message->text().value_or(QString());
-    QCOMPARE(texts.join(QLatin1Char(' ')), QStringLiteral("a c"));
+    QCOMPARE(texts(zuvero.get()).join(u' '), u"a c"_s);
 }
 
 void TestFacadeServer::replyChecks_data()
@@ -371,12 +351,12 @@ void TestFacadeServer::replyChecks_data()
     const QString http = QString(ZuveroHTTPErrorDomain);
     const QString errors = QString(ZuveroErrorDomain);
     auto fault = [](const char *kind, int status, const char *body = nullptr) {
-        QVariantMap f{{QStringLiteral("path"), QStringLiteral("/api/1.0/status")},
-                      {QStringLiteral("kind"), QString::fromLatin1(kind)},
-                      {QStringLiteral("status"), status},
-                      {QStringLiteral("count"), 2}};
+        QVariantMap f{{u"path"_s, u"/api/1.0/status"_s},
+                      {u"kind"_s, QString::fromLatin1(kind)},
+                      {u"status"_s, status},
+                      {u"count"_s, 2}};
         if (body)
-            f.insert(QStringLiteral("body"), QString::fromLatin1(body));
+            f.insert(u"body"_s, QString::fromLatin1(body));
         return f;
     };
     QTest::newRow("204 without a body")
@@ -403,7 +383,7 @@ void TestFacadeServer::replyChecks_data()
         << fault("status", 200, "{}") << QString() << qint64(0) << QString() << QString()
         << QString(ZuveroURLErrorDomain) << qint64(ZuveroURLErrorBadServerResponse);
     QVariantMap dropped = fault("drop", 500);
-    dropped.insert(QStringLiteral("count"), 10);
+    dropped.insert(u"count"_s, 10);
     QTest::newRow("dropped connection")
         << dropped << QString(ZuveroURLErrorDomain) << qint64(0) << QString() << QString()
         << QString(ZuveroURLErrorDomain) << qint64(0);
@@ -418,7 +398,7 @@ void TestFacadeServer::replyChecks()
     QFETCH(QString, logged);
     QFETCH(QString, fetchDomain);
     QFETCH(qint64, fetchCode);
-    auto zuvero = facade(QStringLiteral("checks"));
+    auto zuvero = facade(u"checks"_s);
     QTRY_VERIFY(!zuvero->needsRegistration());
     addFault(fault);
 
@@ -440,15 +420,15 @@ void TestFacadeServer::replyChecks()
     }
     if (!description.isEmpty()) {
         QCOMPARE(failure->localizedDescription(), description);
-        const QString debug = failure->userInfo().value(QStringLiteral("debugMessage")).toString();
+        const QString debug = failure->userInfo().value(u"debugMessage"_s).toString();
         QCOMPARE(debug,
-                 fault.value(QStringLiteral("body")).toString().contains(QLatin1String("\"error\""))
-                     ? (description == QLatin1String("A") ? QStringLiteral("B") : description)
-                     : QStringLiteral("unknown error from backend"));
+                 fault.value(u"body"_s).toString().contains(QLatin1String("\"error\""))
+                     ? (description == QLatin1String("A") ? u"B"_s : description)
+                     : u"unknown error from backend"_s);
     }
     const QStringList lines = log.lines();
     if (logged.isEmpty())
-        QVERIFY2(lines.filter(QStringLiteral("EXPECTED")).isEmpty(), qPrintable(lines.join(u'\n')));
+        QVERIFY2(lines.filter(u"EXPECTED"_s).isEmpty(), qPrintable(lines.join(u'\n')));
     else
         QVERIFY2(std::any_of(lines.cbegin(), lines.cend(),
                              [&](const QString &l) { return l.startsWith(logged); }),
@@ -472,8 +452,8 @@ void TestFacadeServer::replyChecks()
         QCOMPARE(fetchFailure->code(), fetchCode);
     if (fetchDomain == ZuveroHTTPErrorDomain)
         QVERIFY(fetchFailure->userInfo().isEmpty());
-    QVERIFY2(log.lines().filter(QStringLiteral("EXPECTED")).isEmpty()
-                 && log.lines().filter(QStringLiteral("received HTTP code")).isEmpty(),
+    QVERIFY2(log.lines().filter(u"EXPECTED"_s).isEmpty()
+                 && log.lines().filter(u"received HTTP code"_s).isEmpty(),
              qPrintable(log.lines().join(u'\n')));
 }
 
@@ -485,7 +465,7 @@ void TestFacadeServer::pushPayloads()
     delegate->zuveroDisplayChatViewController = [&](Zuvero *) { ++opened; };
     delegate->zuveroShouldDisplayNotificationWithText
         = [&](Zuvero *, const QString &) { return allowBanner; };
-    auto zuvero = facade(QStringLiteral("push"), delegate);
+    auto zuvero = facade(u"push"_s, delegate);
     QTRY_VERIFY(!zuvero->needsRegistration());
     ZVXLogCapture log;
 
@@ -510,7 +490,7 @@ void TestFacadeServer::pushPayloads()
     allowBanner = false;
     QVERIFY(zuvero->consumeReceivedRemoteNotification(
         payload(R"({"zuvero": "1", "alert": "Quiet", "appdata": {"t": "m", "uuid": "p2"}})")));
-    QVERIFY(log.lines().filter(QStringLiteral("new message")).isEmpty());
+    QVERIFY(log.lines().filter(u"new message"_s).isEmpty());
     allowBanner = true;
 
     // A real payload, from the server's push stream after an agent's answer.
@@ -521,14 +501,13 @@ void TestFacadeServer::pushPayloads()
     zuvero->registerIfNeeded([&](bool success, const ZuveroError &) { registered = success; });
     QTRY_VERIFY(registered);
     ZVXDevClient device(m_server, *zuvero->jwt());
-    QNetworkReply *stream = device.manager().get(device.request(QStringLiteral("/api/1.0/push")));
+    QNetworkReply *stream = device.manager().get(device.request(u"/api/1.0/push"_s));
     QByteArray events;
     connect(stream, &QIODevice::readyRead, this, [&] { events += stream->readAll(); });
     QTRY_VERIFY(events.contains(": connected"));
     QCOMPARE(m_admin
-                 ->agentReply(
-                     m_admin->conversationId(QStringLiteral("userId"), *zuvero->userIdentifier()),
-                     QStringLiteral("An answer"))
+                 ->agentReply(m_admin->conversationId(u"userId"_s, *zuvero->userIdentifier()),
+                              u"An answer"_s)
                  .status,
              200);
     QTRY_VERIFY(events.contains("\ndata: "));
@@ -542,15 +521,11 @@ void TestFacadeServer::pushPayloads()
     // Answers typed into a notification: the send action sends even an empty one, others only text.
     m_network->setFlags(0);
     zuvero->handleRemoteNotificationWithIdentifier(
-        QStringLiteral("OTHER"),
-        {{ZuveroNotificationActionResponseTypedTextKey, QStringLiteral("  ")}});
+        u"OTHER"_s, {{ZuveroNotificationActionResponseTypedTextKey, u"  "_s}});
     zuvero->handleRemoteNotificationWithIdentifier(ZuveroNotificationActionSend, {});
     QTRY_COMPARE(zuvero->offlineMessages().size(), 1);
-    QVERIFY(!zuvero->offlineMessages().first()->text().value_or(QStringLiteral("x")).size());
-    QVERIFY(!log.lines()
-                 .filter(QStringLiteral("Zuvero: new message from"))
-                 .filter(QStringLiteral("An answer"))
-                 .isEmpty());
+    QVERIFY(!zuvero->offlineMessages().first()->text().value_or(u"x"_s).size());
+    QVERIFY(!log.lines().filter(u"Zuvero: new message from"_s).filter(u"An answer"_s).isEmpty());
 }
 
 QTEST_MAIN(TestFacadeServer)

@@ -7,6 +7,8 @@
 #include <QImageWriter>
 #include <QTest>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 QByteArray encoded(const QImage &image, const char *format)
@@ -125,14 +127,14 @@ void TestChatAttachment::dictionaryForm()
     };
     const auto sized = read(R"({"uuid": "u", "contentType": "image/png", "imageSize": [640]})");
     QCOMPARE(sized->imageSize(), QSizeF(0, 0));
-    QCOMPARE(sized->filename(), QStringLiteral(""));
+    QCOMPARE(sized->filename(), u""_s);
     QCOMPARE(sized->propertyList(),
-             (QVariantMap{{QStringLiteral("uuid"), QStringLiteral("u")},
-                          {QStringLiteral("contentType"), QStringLiteral("image/png")},
-                          {QStringLiteral("filename"), QStringLiteral("")},
-                          {QStringLiteral("icon"), QStringLiteral("unknown_icon")}}));
-    QCOMPARE(ZuveroChatAttachment().propertyList().value(QStringLiteral("contentType")),
-             QVariant(QStringLiteral("application/octet-stream")));
+             (QVariantMap{{u"uuid"_s, u"u"_s},
+                          {u"contentType"_s, u"image/png"_s},
+                          {u"filename"_s, u""_s},
+                          {u"icon"_s, u"unknown_icon"_s}}));
+    QCOMPARE(ZuveroChatAttachment().propertyList().value(u"contentType"_s),
+             QVariant(u"application/octet-stream"_s));
     QVERIFY(log.lines().isEmpty());
 
     QVERIFY(!read(R"([])"));
@@ -150,7 +152,7 @@ void TestChatAttachment::dictionaryForm()
     // Equal by identifier and data location, a location on one side only included.
     ZuveroChatAttachment copy = *sized;
     QCOMPARE(copy, *sized);
-    copy.setDataURL(QUrl(QStringLiteral("https://h/d")));
+    copy.setDataURL(QUrl(u"https://h/d"_s));
     QVERIFY(!(copy == *sized));
 }
 

@@ -7,6 +7,8 @@
 #include <QRegularExpression>
 #include <QTest>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 // Parses JSON text as the server or the cache would hand it over.
@@ -57,7 +59,7 @@ void TestChatMessage::roundTripThroughJSONText()
              QStringList{QStringLiteral(
                  "ZVX: ZuveroChatAttachment: missing 'contentType' value in property "
                  "list: {\"uuid\":\"broken\"}")});
-    QCOMPARE(message->text(), QStringLiteral("Grüße 👋 — «ok»?"));
+    QCOMPARE(message->text(), u"Grüße 👋 — «ok»?"_s);
     QCOMPARE(message->date().toMSecsSinceEpoch(), 1700000000750);
     QVERIFY(message->isOffline() && message->isAgentMessage());
     QCOMPARE(message->attachments()->size(), 2);
@@ -68,15 +70,14 @@ void TestChatMessage::roundTripThroughJSONText()
     QCOMPARE(again->propertyList(), message->propertyList());
     // The fraction of a second is dropped on writing; the location is kept whole.
     QCOMPARE(again->date().toSecsSinceEpoch(), 1700000000);
-    QCOMPARE(message->propertyList().value(QStringLiteral("date")), QVariant(qint32(1700000000)));
+    QCOMPARE(message->propertyList().value(u"date"_s), QVariant(qint32(1700000000)));
     QCOMPARE(again->locationDictionary(), message->locationDictionary());
-    QCOMPARE(again->locationDictionary()->value(QStringLiteral("floor")), QVariant(3));
+    QCOMPARE(again->locationDictionary()->value(u"floor"_s), QVariant(3));
     const ZuveroChatAttachmentPtr first = again->attachments()->first();
     QCOMPARE(first->imageSize(), QSizeF(640, 480));
-    QCOMPARE(first->dataURL().toString(QUrl::FullyEncoded),
-             QStringLiteral("https://h/d/%C3%BC.png"));
-    QCOMPARE(first->icon(), QStringLiteral("unknown_icon"));
-    QCOMPARE(first->filename(), QStringLiteral("ü.png"));
+    QCOMPARE(first->dataURL().toString(QUrl::FullyEncoded), u"https://h/d/%C3%BC.png"_s);
+    QCOMPARE(first->icon(), u"unknown_icon"_s);
+    QCOMPARE(first->filename(), u"ü.png"_s);
 }
 
 void TestChatMessage::rejectedDictionaries_data()
@@ -102,7 +103,7 @@ void TestChatMessage::rejectedDictionaries()
     QFETCH(QString, line);
     ZVXLogCapture log;
     QVERIFY(!ZuveroChatMessage::initWithPropertyList(value));
-    QCOMPARE(log.lines(), QStringList{QStringLiteral("ZVX: ") + line});
+    QCOMPARE(log.lines(), QStringList{u"ZVX: "_s + line});
 }
 
 void TestChatMessage::absentAndEmptyValues()
@@ -114,15 +115,15 @@ void TestChatMessage::absentAndEmptyValues()
     const auto undated
         = ZuveroChatMessage::initWithPropertyList(json(R"({"uuid": "u", "sender": "user"})"));
     QCOMPARE(undated->date().toMSecsSinceEpoch(), 0);
-    QVERIFY(!read->propertyList().contains(QStringLiteral("attachments")));
+    QVERIFY(!read->propertyList().contains(u"attachments"_s));
     QCOMPARE(undated->attachments(), ZuveroChatAttachmentList());
-    QVERIFY(!undated->text() && !undated->propertyList().contains(QStringLiteral("text")));
+    QVERIFY(!undated->text() && !undated->propertyList().contains(u"text"_s));
 
     // Equality: identifiers and attachment lists, with an absent list unlike an empty one.
     ZuveroChatMessage a, b;
     b.setUuid(a.uuid());
-    a.setText(QStringLiteral("one"));
-    b.setText(QStringLiteral("two"));
+    a.setText(u"one"_s);
+    b.setText(u"two"_s);
     QCOMPARE(a, b);
     QCOMPARE(qHash(a), qHash(b));
     b.setAttachments(ZuveroChatAttachmentList());
@@ -136,8 +137,8 @@ void TestChatMessage::absentAndEmptyValues()
 void TestChatMessage::localMessages()
 {
     ZVXManualClock clock;
-    const auto message = ZuveroChatMessage::initWithText(QStringLiteral("hi"));
-    QVERIFY(QRegularExpression(QStringLiteral("^[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}$"))
+    const auto message = ZuveroChatMessage::initWithText(u"hi"_s);
+    QVERIFY(QRegularExpression(u"^[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}$"_s)
                 .match(message->uuid())
                 .hasMatch());
     QCOMPARE(message->uploadProgress(), 1.0);
@@ -146,20 +147,17 @@ void TestChatMessage::localMessages()
     QVERIFY(ZuveroChatMessage::initWithText(std::nullopt, ZuveroChatAttachmentPtr())
                 ->attachments()
                 ->isEmpty());
-    QVERIFY(!ZuveroChatMessage::initWithAgentText(QStringLiteral("a"))->attachments());
-    QCOMPARE(ZuveroChatMessage::initWithSystemText(QStringLiteral("Welcome"))->sender(),
-             QStringLiteral("system"));
+    QVERIFY(!ZuveroChatMessage::initWithAgentText(u"a"_s)->attachments());
+    QCOMPARE(ZuveroChatMessage::initWithSystemText(u"Welcome"_s)->sender(), u"system"_s);
     QCOMPARE(message->propertyListIncludingData(), message->propertyList());
-    const auto withFile
-        = ZuveroChatMessage::initWithText(QStringLiteral("f"), ZuveroChatAttachment::init());
+    const auto withFile = ZuveroChatMessage::initWithText(u"f"_s, ZuveroChatAttachment::init());
     QVERIFY_THROWS_EXCEPTION(ZuveroException, withFile->propertyListIncludingData());
 
     message->setIsOffline(true);
     const QString expected = QStringLiteral("uuid = %1\ntext = hi\nisOffline = 1\ndate = "
                                             "2023-11-14 22:13:20 +0000\n----------")
                                  .arg(message->uuid());
-    QVERIFY(
-        message->description().startsWith(QStringLiteral("----------\n<ZuveroChatMessage: 0x")));
+    QVERIFY(message->description().startsWith(u"----------\n<ZuveroChatMessage: 0x"_s));
     QVERIFY(message->description().endsWith(expected));
 }
 
@@ -210,21 +208,18 @@ void TestChatMessage::payloads()
     QFETCH(QString, line);
     ZVXLogCapture log;
     const auto message = ZuveroChatMessage::initWithRemoteNotificationPayload(payload.toMap());
-    QCOMPARE(log.lines(),
-             line.isEmpty() ? QStringList() : QStringList{QStringLiteral("ZVX: ") + line});
+    QCOMPARE(log.lines(), line.isEmpty() ? QStringList() : QStringList{u"ZVX: "_s + line});
     QCOMPARE(bool(message), !sender.isEmpty());
     if (!message)
         return;
     QCOMPARE(message->sender(), sender);
     QCOMPARE(message->text(), text);
     QCOMPARE(message->attachments(), ZuveroChatAttachmentList());
-    const QVariantMap data = payload.toMap().value(QStringLiteral("appdata")).toMap();
-    QCOMPARE(message->isTruncated(), data.value(QStringLiteral("tr")).toBool());
-    QCOMPARE(message->hasAttachments(), data.value(QStringLiteral("a")).toBool());
-    QCOMPARE(message->date().toMSecsSinceEpoch(),
-             qint64(data.value(QStringLiteral("d")).toDouble() * 1000));
-    QCOMPARE(message->locationDictionary().value_or(QVariantMap()),
-             data.value(QStringLiteral("l")).toMap());
+    const QVariantMap data = payload.toMap().value(u"appdata"_s).toMap();
+    QCOMPARE(message->isTruncated(), data.value(u"tr"_s).toBool());
+    QCOMPARE(message->hasAttachments(), data.value(u"a"_s).toBool());
+    QCOMPARE(message->date().toMSecsSinceEpoch(), qint64(data.value(u"d"_s).toDouble() * 1000));
+    QCOMPARE(message->locationDictionary().value_or(QVariantMap()), data.value(u"l"_s).toMap());
 }
 
 QTEST_GUILESS_MAIN(TestChatMessage)

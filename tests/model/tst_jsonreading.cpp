@@ -7,6 +7,8 @@
 #include <QJsonParseError>
 #include <QTest>
 
+using namespace Qt::StringLiterals;
+
 /*
     A server's JSON is read in place (initWithJSON); the cache's variants
     through initWithPropertyList. Both must give the same message, or the
@@ -30,14 +32,14 @@ QJsonValue jsonValue(const QByteArray &text)
 QString describe(const ZuveroChatAttachmentPtr &attachment)
 {
     if (!attachment)
-        return QStringLiteral("no attachment");
+        return u"no attachment"_s;
     // The written form, and what it cannot show: the exact addresses and the bytes.
     return QString::fromUtf8(QJsonDocument::fromVariant(attachment->propertyList()).toJson())
-        + QStringLiteral(" preview=%1 data=%2 bytes=%3 size=%4x%5")
+        + u" preview=%1 data=%2 bytes=%3 size=%4x%5"_s
               .arg(attachment->previewURL().toString(QUrl::FullyEncoded),
                    attachment->dataURL().toString(QUrl::FullyEncoded),
                    attachment->data() ? QString::fromLatin1(attachment->data()->toHex())
-                                      : QStringLiteral("none"))
+                                      : u"none"_s)
               .arg(attachment->imageSize().width())
               .arg(attachment->imageSize().height());
 }
@@ -45,12 +47,12 @@ QString describe(const ZuveroChatAttachmentPtr &attachment)
 QString describe(const ZuveroChatMessagePtr &message)
 {
     if (!message)
-        return QStringLiteral("no message");
+        return u"no message"_s;
     QString text = QString::fromUtf8(QJsonDocument::fromVariant(message->propertyList()).toJson())
-        + QStringLiteral(" ms=%1 text=%2 userName=%3 progress=%4 attachments:")
+        + u" ms=%1 text=%2 userName=%3 progress=%4 attachments:"_s
               .arg(message->date().toMSecsSinceEpoch())
-              .arg(message->text() ? *message->text() : QStringLiteral("none"),
-                   message->userName() ? *message->userName() : QStringLiteral("none"))
+              .arg(message->text() ? *message->text() : u"none"_s,
+                   message->userName() ? *message->userName() : u"none"_s)
               .arg(message->uploadProgress());
     const ZuveroChatAttachmentList attachments
         = message->attachments().value_or(ZuveroChatAttachmentList());

@@ -12,6 +12,8 @@
 #include <set>
 #include <thread>
 
+using namespace Qt::StringLiterals;
+
 class TestApplication : public QObject
 {
     Q_OBJECT
@@ -37,32 +39,29 @@ private:
 void TestApplication::initTestCase()
 {
     // A private session bus, so that the launcher-entry signal can be watched.
-    m_bus.start(QStringLiteral("dbus-daemon"),
-                {QStringLiteral("--session"), QStringLiteral("--nofork"),
-                 QStringLiteral("--print-address=1")});
+    m_bus.start(u"dbus-daemon"_s, {u"--session"_s, u"--nofork"_s, u"--print-address=1"_s});
     QVERIFY2(m_bus.waitForStarted(), "dbus-daemon is installed by scripts/setup.sh");
     QTRY_VERIFY(m_bus.canReadLine());
     const QByteArray address = m_bus.readLine().trimmed();
     qputenv("DBUS_SESSION_BUS_ADDRESS", address);
 
     QDBusConnection listener
-        = QDBusConnection::connectToBus(QString::fromLatin1(address), QStringLiteral("listener"));
+        = QDBusConnection::connectToBus(QString::fromLatin1(address), u"listener"_s);
     QVERIFY(listener.isConnected());
-    QVERIFY(listener.connect({}, {}, QStringLiteral("com.canonical.Unity.LauncherEntry"),
-                             QStringLiteral("Update"), this,
+    QVERIFY(listener.connect({}, {}, u"com.canonical.Unity.LauncherEntry"_s, u"Update"_s, this,
                              SLOT(launcherEntryUpdated(QString, QVariantMap))));
 }
 
 void TestApplication::cleanupTestCase()
 {
-    QDBusConnection::disconnectFromBus(QStringLiteral("listener"));
+    QDBusConnection::disconnectFromBus(u"listener"_s);
     m_bus.kill();
     m_bus.waitForFinished();
 }
 
 void TestApplication::badgeReachesTheLauncher()
 {
-    QGuiApplication::setDesktopFileName(QStringLiteral("org.example.Host"));
+    QGuiApplication::setDesktopFileName(u"org.example.Host"_s);
     ZuveroApplication *app = ZuveroApplication::sharedApplication();
     QSignalSpy changed(app, &ZuveroApplication::applicationIconBadgeNumberChanged);
 
@@ -71,13 +70,13 @@ void TestApplication::badgeReachesTheLauncher()
     QCOMPARE(app->applicationIconBadgeNumber(), 5);
     QCOMPARE(changed.size(), 1);
     QTRY_COMPARE(m_updates.size(), 1);
-    QCOMPARE(m_updates.at(0).first, QStringLiteral("application://org.example.Host.desktop"));
-    QCOMPARE(m_updates.at(0).second.value(QStringLiteral("count")), QVariant(qint64(5)));
-    QCOMPARE(m_updates.at(0).second.value(QStringLiteral("count-visible")), QVariant(true));
+    QCOMPARE(m_updates.at(0).first, u"application://org.example.Host.desktop"_s);
+    QCOMPARE(m_updates.at(0).second.value(u"count"_s), QVariant(qint64(5)));
+    QCOMPARE(m_updates.at(0).second.value(u"count-visible"_s), QVariant(true));
 
     app->setApplicationIconBadgeNumber(0);
     QTRY_COMPARE(m_updates.size(), 2);
-    QCOMPARE(m_updates.at(1).second.value(QStringLiteral("count-visible")), QVariant(false));
+    QCOMPARE(m_updates.at(1).second.value(u"count-visible"_s), QVariant(false));
 }
 
 void TestApplication::backgroundTasks()

@@ -11,6 +11,8 @@
 
 using namespace Qt::StringLiterals;
 
+using namespace Qt::StringLiterals;
+
 namespace {
 const QStringList libraryKeys = {QStringLiteral("zuveroChatTitle"),
                                  QStringLiteral("zuveroSendButtonTitle"),
@@ -101,27 +103,22 @@ void TestBundle::libraryTextsAreEnglish()
         const QString text = ZVXLocalization::localizeString(key);
         QVERIFY2(!text.isEmpty() && text != key, qPrintable(key));
     }
-    QCOMPARE(ZVXLocalization::localizeString(QStringLiteral("zuveroChatTitle")),
-             QStringLiteral("Support"));
-    QCOMPARE(ZVXLocalization::localizeString(QStringLiteral("no such key")),
-             QStringLiteral("no such key"));
+    QCOMPARE(ZVXLocalization::localizeString(u"zuveroChatTitle"_s), u"Support"_s);
+    QCOMPARE(ZVXLocalization::localizeString(u"no such key"_s), u"no such key"_s);
     // Texts the host alone may translate fall back to themselves, not to the library.
-    QCOMPARE(ZVXLocalization::hostString(QStringLiteral("zuveroChatTitle")),
-             QStringLiteral("zuveroChatTitle"));
+    QCOMPARE(ZVXLocalization::hostString(u"zuveroChatTitle"_s), u"zuveroChatTitle"_s);
 }
 
 void TestBundle::hostTableComesFirst()
 {
     QTranslator host;
-    QVERIFY(host.load(QStringLiteral(":/host/host_de.qm")));
+    QVERIFY(host.load(u":/host/host_de.qm"_s));
     QCoreApplication::installTranslator(&host);
-    QCOMPARE(ZVXLocalization::localizeString(QStringLiteral("zuveroChatTitle")),
-             QStringLiteral("Kundendienst"));
-    QCOMPARE(ZVXLocalization::localizeString(QStringLiteral("zuveroSendButtonTitle")),
-             QStringLiteral("Send"));
-    QCOMPARE(ZVXLocalization::hostString(QStringLiteral("Error")), QStringLiteral("Fehler"));
+    QCOMPARE(ZVXLocalization::localizeString(u"zuveroChatTitle"_s), u"Kundendienst"_s);
+    QCOMPARE(ZVXLocalization::localizeString(u"zuveroSendButtonTitle"_s), u"Send"_s);
+    QCOMPARE(ZVXLocalization::hostString(u"Error"_s), u"Fehler"_s);
     QCoreApplication::removeTranslator(&host);
-    QCOMPARE(ZVXLocalization::hostString(QStringLiteral("Error")), QStringLiteral("Error"));
+    QCOMPARE(ZVXLocalization::hostString(u"Error"_s), u"Error"_s);
 }
 
 void TestBundle::tablesHoldTheSameKeys_data()
@@ -206,15 +203,12 @@ void TestBundle::images_data()
     QTest::addColumn<QString>("name");
     QTest::addColumn<QSize>("size");
     for (const char *bubble : {"ZuveroUserBubble", "ZuveroAgentBubble", "ZuveroSystemBubble"})
-        QTest::newRow(bubble) << QStringLiteral("Zuvero.bundle/") + QLatin1String(bubble)
-                              << QSize(58, 37);
-    QTest::newRow("attachment") << QStringLiteral("Zuvero.bundle/ZuveroAttachmentIcon")
-                                << QSize(24, 24);
-    QTest::newRow("error") << QStringLiteral("Zuvero.bundle/ZuveroError") << QSize(22, 22);
-    QTest::newRow("placeholder") << QStringLiteral("Zuvero.bundle/placeholder") << QSize(64, 64);
-    QTest::newRow("pin") << QStringLiteral("Zuvero.bundle/ZuveroLocationAnnotation")
-                         << QSize(32, 40);
-    QTest::newRow("grid") << QStringLiteral("Zuvero.bundle/ZuveroLocationGrid") << QSize(64, 64);
+        QTest::newRow(bubble) << u"Zuvero.bundle/"_s + QLatin1String(bubble) << QSize(58, 37);
+    QTest::newRow("attachment") << u"Zuvero.bundle/ZuveroAttachmentIcon"_s << QSize(24, 24);
+    QTest::newRow("error") << u"Zuvero.bundle/ZuveroError"_s << QSize(22, 22);
+    QTest::newRow("placeholder") << u"Zuvero.bundle/placeholder"_s << QSize(64, 64);
+    QTest::newRow("pin") << u"Zuvero.bundle/ZuveroLocationAnnotation"_s << QSize(32, 40);
+    QTest::newRow("grid") << u"Zuvero.bundle/ZuveroLocationGrid"_s << QSize(64, 64);
     for (const char *icon : {"video_icon", "pdf_icon", "doc_icon", "audio_icon", "spreadsheet_icon",
                              "presentation_icon", "unknown_icon"})
         QTest::newRow(icon) << QString::fromLatin1(icon) << QSize(40, 48);
@@ -229,12 +223,12 @@ void TestBundle::images()
     const QImage sharp = ZVXResources::image(name, 2.0);
     QCOMPARE(sharp.size(), size * 2);
     QCOMPARE(sharp.deviceIndependentSize().toSize(), size);
-    QVERIFY(ZVXResources::image(name + QStringLiteral("_missing")).isNull());
+    QVERIFY(ZVXResources::image(name + u"_missing"_s).isNull());
 }
 
 void TestBundle::configurationListsTheVersion()
 {
-    QFile plist(ZVXResources::path(QStringLiteral("ZuveroConfig.plist")));
+    QFile plist(ZVXResources::path(u"ZuveroConfig.plist"_s));
     QVERIFY(plist.open(QIODevice::ReadOnly));
     const QByteArray content = plist.readAll();
     QVERIFY(content.contains("<key>sdkVersion</key>"));

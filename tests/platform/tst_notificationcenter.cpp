@@ -4,6 +4,8 @@
 
 #include <thread>
 
+using namespace Qt::StringLiterals;
+
 class TestNotificationCenter : public QObject
 {
     Q_OBJECT
@@ -23,23 +25,19 @@ void TestNotificationCenter::deliversToMatchingObserversInOrder()
     QStringList seen;
     auto record = [&](const QString &observer) {
         return [&seen, observer](const ZuveroNotification &n) {
-            seen << observer + QLatin1Char(':') + n.name()
-                    + n.userInfo().value(QStringLiteral("n")).toString();
+            seen << observer + QLatin1Char(':') + n.name() + n.userInfo().value(u"n"_s).toString();
         };
     };
-    auto byName
-        = center.addObserver(QStringLiteral("Changed"), nullptr, record(QStringLiteral("name")));
-    auto byObject
-        = center.addObserver(QStringLiteral("Changed"), &facade, record(QStringLiteral("object")));
-    auto everything = center.addObserver({}, nullptr, record(QStringLiteral("any")));
+    auto byName = center.addObserver(u"Changed"_s, nullptr, record(u"name"_s));
+    auto byObject = center.addObserver(u"Changed"_s, &facade, record(u"object"_s));
+    auto everything = center.addObserver({}, nullptr, record(u"any"_s));
 
-    center.post(QStringLiteral("Changed"), &facade, {{QStringLiteral("n"), 1}});
-    center.post(QStringLiteral("Changed"), &other);
-    center.post(QStringLiteral("Other"), &facade);
+    center.post(u"Changed"_s, &facade, {{u"n"_s, 1}});
+    center.post(u"Changed"_s, &other);
+    center.post(u"Other"_s, &facade);
     QCOMPARE(seen,
-             (QStringList{QStringLiteral("name:Changed1"), QStringLiteral("object:Changed1"),
-                          QStringLiteral("any:Changed1"), QStringLiteral("name:Changed"),
-                          QStringLiteral("any:Changed"), QStringLiteral("any:Other")}));
+             (QStringList{u"name:Changed1"_s, u"object:Changed1"_s, u"any:Changed1"_s,
+                          u"name:Changed"_s, u"any:Changed"_s, u"any:Other"_s}));
 }
 
 void TestNotificationCenter::sharedObjectsMatchByIdentity()
@@ -55,15 +53,14 @@ void TestNotificationCenter::sharedObjectsMatchByIdentity()
     auto equalButAnother = std::make_shared<Item>(Item{7});
     std::weak_ptr<Item> watched = item;
     QList<std::shared_ptr<Item>> seen;
-    auto token
-        = center.addObserver(QStringLiteral("Loaded"), item, [&](const ZuveroNotification &n) {
-              seen << n.object().value<Item>();
-              // The object is typed: asking for another type gives nothing, and it is no QObject.
-              QVERIFY(!n.object().value<Other>());
-              QVERIFY(!n.object().qobject());
-          });
-    center.post(QStringLiteral("Loaded"), equalButAnother);
-    center.post(QStringLiteral("Loaded"), std::shared_ptr<const Item>(item));
+    auto token = center.addObserver(u"Loaded"_s, item, [&](const ZuveroNotification &n) {
+        seen << n.object().value<Item>();
+        // The object is typed: asking for another type gives nothing, and it is no QObject.
+        QVERIFY(!n.object().value<Other>());
+        QVERIFY(!n.object().qobject());
+    });
+    center.post(u"Loaded"_s, equalButAnother);
+    center.post(u"Loaded"_s, std::shared_ptr<const Item>(item));
     QCOMPARE(seen, QList<std::shared_ptr<Item>>{item});
     QCOMPARE(seen.first()->n, 7);
 
@@ -78,19 +75,19 @@ void TestNotificationCenter::observersEndWithTheirToken()
     ZuveroNotificationCenter center;
     int calls = 0;
     {
-        auto token = center.addObserver(QStringLiteral("N"), nullptr,
-                                        [&](const ZuveroNotification &) { ++calls; });
-        center.post(QStringLiteral("N"), nullptr);
+        auto token
+            = center.addObserver(u"N"_s, nullptr, [&](const ZuveroNotification &) { ++calls; });
+        center.post(u"N"_s, nullptr);
         ZuveroNotificationObserver moved = std::move(token); // still observing
-        center.post(QStringLiteral("N"), nullptr);
+        center.post(u"N"_s, nullptr);
     }
-    center.post(QStringLiteral("N"), nullptr);
+    center.post(u"N"_s, nullptr);
     QCOMPARE(calls, 2);
 
     // A token may outlive its center.
     auto orphan = std::make_unique<ZuveroNotificationCenter>();
     ZuveroNotificationObserver survivor
-        = orphan->addObserver(QStringLiteral("N"), nullptr, [](const ZuveroNotification &) {});
+        = orphan->addObserver(u"N"_s, nullptr, [](const ZuveroNotification &) {});
     orphan.reset();
     QVERIFY(!survivor.isActive());
 }
@@ -101,42 +98,38 @@ void TestNotificationCenter::observersMayChangeTheCenterWhileNotified()
     QStringList seen;
     ZuveroNotificationObserver second;
     ZuveroNotificationObserver added;
-    auto first = center.addObserver(QStringLiteral("N"), nullptr, [&](const ZuveroNotification &) {
-        seen << QStringLiteral("first");
+    auto first = center.addObserver(u"N"_s, nullptr, [&](const ZuveroNotification &) {
+        seen << u"first"_s;
         second.remove(); // removed during the post: not called any more
-        added = center.addObserver(QStringLiteral("N"), nullptr, [&](const ZuveroNotification &) {
-            seen << QStringLiteral("added");
-        });
-        center.post(QStringLiteral("Nested"), nullptr);
+        added = center.addObserver(u"N"_s, nullptr,
+                                   [&](const ZuveroNotification &) { seen << u"added"_s; });
+        center.post(u"Nested"_s, nullptr);
     });
-    second = center.addObserver(QStringLiteral("N"), nullptr, [&](const ZuveroNotification &) {
-        seen << QStringLiteral("second");
-    });
-    auto nested
-        = center.addObserver(QStringLiteral("Nested"), nullptr,
-                             [&](const ZuveroNotification &) { seen << QStringLiteral("nested"); });
+    second = center.addObserver(u"N"_s, nullptr,
+                                [&](const ZuveroNotification &) { seen << u"second"_s; });
+    auto nested = center.addObserver(u"Nested"_s, nullptr,
+                                     [&](const ZuveroNotification &) { seen << u"nested"_s; });
 
-    center.post(QStringLiteral("N"), nullptr);
-    QCOMPARE(seen, (QStringList{QStringLiteral("first"), QStringLiteral("nested")}));
+    center.post(u"N"_s, nullptr);
+    QCOMPARE(seen, (QStringList{u"first"_s, u"nested"_s}));
     first.remove();
     seen.clear();
-    center.post(QStringLiteral("N"), nullptr);
-    QCOMPARE(seen, QStringList{QStringLiteral("added")});
+    center.post(u"N"_s, nullptr);
+    QCOMPARE(seen, QStringList{u"added"_s});
 }
 
 void TestNotificationCenter::postsFromOtherThreads()
 {
     ZuveroNotificationCenter center;
     std::atomic<int> calls{0};
-    auto token = center.addObserver(QStringLiteral("N"), nullptr,
-                                    [&](const ZuveroNotification &) { ++calls; });
+    auto token = center.addObserver(u"N"_s, nullptr, [&](const ZuveroNotification &) { ++calls; });
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&] {
             for (int i = 0; i < 1000; ++i) {
-                center.post(QStringLiteral("N"), nullptr);
-                auto transient = center.addObserver(QStringLiteral("M"), nullptr,
-                                                    [](const ZuveroNotification &) {});
+                center.post(u"N"_s, nullptr);
+                auto transient
+                    = center.addObserver(u"M"_s, nullptr, [](const ZuveroNotification &) {});
             }
         });
     }

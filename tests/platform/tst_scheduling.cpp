@@ -9,6 +9,7 @@
 
 #include <thread>
 
+using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
 class TestScheduling : public QObject
@@ -42,7 +43,7 @@ void TestScheduling::mainThreadCheck()
     });
     worker.join();
     QVERIFY(!onMain);
-    QCOMPARE(name, QStringLiteral("Must run on main thread"));
+    QCOMPARE(name, u"Must run on main thread"_s);
     QVERIFY(!reason.isEmpty());
 }
 
@@ -87,21 +88,21 @@ void TestScheduling::manualClockRunsStepsInOrder()
     ZVXManualClock clock;
     const QDateTime start = clock.now();
     QStringList order;
-    ZVXClock::after(300ms, nullptr, [&] { order << QStringLiteral("0.3"); });
+    ZVXClock::after(300ms, nullptr, [&] { order << u"0.3"_s; });
     ZVXClock::after(20ms, nullptr, [&] {
-        order << QStringLiteral("0.02");
+        order << u"0.02"_s;
         // A step scheduled by a step runs in the same advance when it falls due.
-        ZVXClock::after(100ms, nullptr, [&] { order << QStringLiteral("0.12"); });
+        ZVXClock::after(100ms, nullptr, [&] { order << u"0.12"_s; });
     });
-    ZVXClock::after(300ms, nullptr, [&] { order << QStringLiteral("0.3 second"); });
+    ZVXClock::after(300ms, nullptr, [&] { order << u"0.3 second"_s; });
     auto *gone = new QObject;
-    ZVXClock::after(10ms, gone, [&] { order << QStringLiteral("gone"); });
+    ZVXClock::after(10ms, gone, [&] { order << u"gone"_s; });
     delete gone;
 
     clock.advance(299ms);
-    QCOMPARE(order, (QStringList{QStringLiteral("0.02"), QStringLiteral("0.12")}));
+    QCOMPARE(order, (QStringList{u"0.02"_s, u"0.12"_s}));
     clock.advance(1ms);
-    QCOMPARE(order.mid(2), (QStringList{QStringLiteral("0.3"), QStringLiteral("0.3 second")}));
+    QCOMPARE(order.mid(2), (QStringList{u"0.3"_s, u"0.3 second"_s}));
     QCOMPARE(clock.now(), start.addMSecs(300));
     QCOMPARE(clock.pendingSteps(), 0);
 
@@ -115,21 +116,21 @@ void TestScheduling::lastCallerWins()
     ZVXManualClock clock;
     static ZVXGenerationCounter reload;
     QStringList fired;
-    reload.scheduleLast(1s, nullptr, [&] { fired << QStringLiteral("first"); });
+    reload.scheduleLast(1s, nullptr, [&] { fired << u"first"_s; });
     clock.advance(500ms);
-    reload.scheduleLast(1s, nullptr, [&] { fired << QStringLiteral("second"); });
+    reload.scheduleLast(1s, nullptr, [&] { fired << u"second"_s; });
     clock.advance(600ms);
     QVERIFY(fired.isEmpty()); // the first was superseded
     clock.advance(400ms);
-    QCOMPARE(fired, QStringList{QStringLiteral("second")});
+    QCOMPARE(fired, QStringList{u"second"_s});
 
     // Counters are independent per kind of step, and a step may outlive a member counter.
     auto other = std::make_unique<ZVXGenerationCounter>();
-    other->scheduleLast(1s, nullptr, [&] { fired << QStringLiteral("other"); });
-    reload.scheduleLast(1s, nullptr, [&] { fired << QStringLiteral("third"); });
+    other->scheduleLast(1s, nullptr, [&] { fired << u"other"_s; });
+    reload.scheduleLast(1s, nullptr, [&] { fired << u"third"_s; });
     other.reset();
     clock.advance(1s);
-    QCOMPARE(fired.mid(1), (QStringList{QStringLiteral("other"), QStringLiteral("third")}));
+    QCOMPARE(fired.mid(1), (QStringList{u"other"_s, u"third"_s}));
 }
 
 void TestScheduling::generationsWrap()
@@ -137,12 +138,12 @@ void TestScheduling::generationsWrap()
     ZVXManualClock clock;
     ZVXGenerationCounter counter(0xffff'fffeU);
     QStringList fired;
-    counter.scheduleLast(1s, nullptr, [&] { fired << QStringLiteral("at max"); });
+    counter.scheduleLast(1s, nullptr, [&] { fired << u"at max"_s; });
     QCOMPARE(counter.current(), 0xffff'ffffU);
-    counter.scheduleLast(1s, nullptr, [&] { fired << QStringLiteral("wrapped"); });
+    counter.scheduleLast(1s, nullptr, [&] { fired << u"wrapped"_s; });
     QCOMPARE(counter.current(), 0u);
     clock.advance(1s);
-    QCOMPARE(fired, QStringList{QStringLiteral("wrapped")});
+    QCOMPARE(fired, QStringList{u"wrapped"_s});
 }
 
 QTEST_GUILESS_MAIN(TestScheduling)

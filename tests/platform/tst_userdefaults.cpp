@@ -7,34 +7,32 @@
 
 #include <cstdio>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 const QByteArray token = QByteArray::fromHex("00ff7f80deadbeef00");
 
 void writeSample(ZuveroUserDefaults &defaults)
 {
-    defaults.setObject(QStringLiteral("4E8C8D2A-1B77-4C5A-9D7E-0F3A1B2C3D4E"),
-                       QStringLiteral("Zuvero_installationIdentifier"));
-    defaults.setObject(token, QStringLiteral("Zuvero_deviceToken"));
-    defaults.setObject(QStringList{QStringLiteral("one-uuid")},
-                       QStringLiteral("ZuveroMarkedAsReadMessageUUIDs"));
-    defaults.setObject(1700000000.25, QStringLiteral("ZuveroLastMarkAsReadDate"));
-    defaults.setObject(QVariantList(), QStringLiteral("empty"));
+    defaults.setObject(u"4E8C8D2A-1B77-4C5A-9D7E-0F3A1B2C3D4E"_s,
+                       u"Zuvero_installationIdentifier"_s);
+    defaults.setObject(token, u"Zuvero_deviceToken"_s);
+    defaults.setObject(QStringList{u"one-uuid"_s}, u"ZuveroMarkedAsReadMessageUUIDs"_s);
+    defaults.setObject(1700000000.25, u"ZuveroLastMarkAsReadDate"_s);
+    defaults.setObject(QVariantList(), u"empty"_s);
 }
 
 // The values as another process reads them back: one line each.
 QStringList describe(const ZuveroUserDefaults &defaults)
 {
-    return {
-        defaults.stringForKey(QStringLiteral("Zuvero_installationIdentifier")),
-        QString::fromLatin1(defaults.dataForKey(QStringLiteral("Zuvero_deviceToken"))
-                                .value_or(QByteArray("none"))
-                                .toHex()),
-        defaults.arrayForKey(QStringLiteral("ZuveroMarkedAsReadMessageUUIDs")).value(0).toString(),
-        QString::number(
-            defaults.arrayForKey(QStringLiteral("ZuveroMarkedAsReadMessageUUIDs")).size()),
-        QString::number(defaults.doubleForKey(QStringLiteral("ZuveroLastMarkAsReadDate")), 'f', 2),
-        QString::number(defaults.arrayForKey(QStringLiteral("empty")).size())};
+    return {defaults.stringForKey(u"Zuvero_installationIdentifier"_s),
+            QString::fromLatin1(
+                defaults.dataForKey(u"Zuvero_deviceToken"_s).value_or(QByteArray("none")).toHex()),
+            defaults.arrayForKey(u"ZuveroMarkedAsReadMessageUUIDs"_s).value(0).toString(),
+            QString::number(defaults.arrayForKey(u"ZuveroMarkedAsReadMessageUUIDs"_s).size()),
+            QString::number(defaults.doubleForKey(u"ZuveroLastMarkAsReadDate"_s), 'f', 2),
+            QString::number(defaults.arrayForKey(u"empty"_s).size())};
 }
 
 } // namespace
@@ -59,13 +57,11 @@ void TestUserDefaults::valuesSurviveAnotherProcess()
     const QStringList expected = describe(second);
     QCOMPARE(
         expected,
-        (QStringList{QStringLiteral("4E8C8D2A-1B77-4C5A-9D7E-0F3A1B2C3D4E"),
-                     QString::fromLatin1(token.toHex()), QStringLiteral("one-uuid"),
-                     QStringLiteral("1"), QStringLiteral("1700000000.25"), QStringLiteral("0")}));
+        (QStringList{u"4E8C8D2A-1B77-4C5A-9D7E-0F3A1B2C3D4E"_s, QString::fromLatin1(token.toHex()),
+                     u"one-uuid"_s, u"1"_s, u"1700000000.25"_s, u"0"_s}));
 
     QProcess child;
-    child.start(QCoreApplication::applicationFilePath(),
-                {QStringLiteral("--read-back"), temporary.fileName()});
+    child.start(QCoreApplication::applicationFilePath(), {u"--read-back"_s, temporary.fileName()});
     QVERIFY(child.waitForFinished());
     QCOMPARE(child.exitCode(), 0);
     QCOMPARE(QString::fromUtf8(child.readAllStandardOutput())

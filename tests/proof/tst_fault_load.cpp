@@ -4,6 +4,7 @@
 #include "ZVXChatController.h"
 #include "ZVXDevServerProcess.h"
 #include "ZVXManualClock.h"
+#include "ZVXProcessMemory.h"
 #include "ZVXReachability.h"
 #include "ZVXStoredMessages.h"
 #include "ZVXTemporaryUserDefaults.h"
@@ -120,19 +121,6 @@ void *countedRealloc(void *block, size_t size, const char *file, int line)
 
 // Before anything allocates through OpenSSL, or it refuses.
 const bool opensslCounted = CRYPTO_set_mem_functions(countedMalloc, countedRealloc, countedFree);
-
-// The largest resident size of the process so far, in KiB.
-qint64 peakResidentKiB()
-{
-    QFile status(u"/proc/self/status"_s);
-    if (!status.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray &line : status.readAll().split('\n')) {
-        if (line.startsWith("VmHWM:"))
-            return line.mid(6).trimmed().split(' ').first().toLongLong();
-    }
-    return -1;
-}
 
 } // namespace
 
@@ -416,7 +404,7 @@ void TestFaultLoad::thousandMessagesUnderFaults()
           "not explained by one; peak memory %.1f MiB (VmHWM)",
           int(stored.size()) - duplicates, int(errored.size()), int(lost.size()), duplicates,
           uploads, int(receipts.size()), sentAgain, int(unexplained.size()),
-          double(peakResidentKiB()) / 1024);
+          double(ZVXProcessMemoryKiB(QCoreApplication::applicationPid(), "VmHWM")) / 1024);
     qInfo("fault and load: heap in use apart from OpenSSL %.2f MiB after 500 messages, %.2f MiB "
           "after 1000 (%+.1f KiB; %.0f KiB more until the requests' time-outs have passed); "
           "OpenSSL %.2f MiB, then %.2f MiB (%+.1f KiB: cached TLS sessions)",

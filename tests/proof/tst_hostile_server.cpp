@@ -4,6 +4,7 @@
 
 #include "ZVXDevServerProcess.h"
 #include "ZVXMultipart.h"
+#include "ZVXProcessMemory.h"
 #include "ZVXTestServer.h"
 
 #include <QBuffer>
@@ -46,28 +47,6 @@ constexpr bool MemoryIsMeasured = false;
 constexpr bool MemoryIsMeasured = true;
 #endif
 
-struct Memory
-{
-    double rssMiB = 0;
-    double peakMiB = 0;
-};
-
-Memory memoryOf(qint64 pid)
-{
-    QFile status(u"/proc/%1/status"_s.arg(pid));
-    Memory memory;
-    if (!status.open(QIODevice::ReadOnly))
-        return memory;
-    for (const QByteArray &line : status.readAll().split('\n')) {
-        const QList<QByteArray> fields = line.simplified().split(' ');
-        if (fields.size() >= 2 && fields.at(0) == "VmRSS:")
-            memory.rssMiB = fields.at(1).toDouble() / 1024.0;
-        else if (fields.size() >= 2 && fields.at(0) == "VmHWM:")
-            memory.peakMiB = fields.at(1).toDouble() / 1024.0;
-    }
-    return memory;
-}
-
 /*
     How much the server's peak memory grows during one attack. The peak is
     reset first (clear_refs), so that each attack is measured on its own.
@@ -77,26 +56,23 @@ class PeakGrowth
 public:
     explicit PeakGrowth(qint64 pid)
         : m_pid(pid)
-    {
-        QFile clear(u"/proc/%1/clear_refs"_s.arg(pid));
-        m_reset = clear.open(QIODevice::WriteOnly) && clear.write("5") == 1;
-        clear.close();
-        m_before = memoryOf(pid).rssMiB;
-    }
+        , m_reset(ZVXResetPeakMemory(pid))
+        , m_before(double(ZVXProcessMemoryKiB(pid, "VmRSS")) / 1024)
+    { }
     bool valid() const { return m_reset && m_before > 0; }
     //! Prints the figures; true when the growth stays under \a boundMiB.
     bool within(const char *attack, double boundMiB) const
     {
-        const Memory now = memoryOf(m_pid);
+        const double peak = double(ZVXProcessMemoryKiB(m_pid, "VmHWM")) / 1024;
         qInfo("%s: VmRSS %.1f MiB before, peak %.1f MiB during (+%.1f MiB; bound +%.0f MiB)",
-              attack, m_before, now.peakMiB, now.peakMiB - m_before, boundMiB);
-        return valid() && (!MemoryIsMeasured || now.peakMiB - m_before < boundMiB);
+              attack, m_before, peak, peak - m_before, boundMiB);
+        return valid() && (!MemoryIsMeasured || peak - m_before < boundMiB);
     }
 
 private:
     qint64 m_pid;
-    bool m_reset = false;
-    double m_before = 0;
+    bool m_reset;
+    double m_before;
 };
 
 struct RawReply

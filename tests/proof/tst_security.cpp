@@ -224,13 +224,6 @@ void TestSecurity::verifierRefusesOtherAlgorithms()
     QCOMPARE(bool(verified), verifies);
     if (verified)
         QCOMPARE(verified->payload().value(u"userId"_s), QVariant(u"admin"_s));
-    // A signing header naming another algorithm makes no token at all.
-    ZVXJWT forged;
-    forged.setPayload({{u"userId"_s, u"admin"_s}});
-    forged.setHeader({{u"alg"_s, u"none"_s}});
-    QVERIFY(!forged.signedTokenWithSecret(Secret));
-    forged.setHeader({{u"alg"_s, u"RS256"_s}});
-    QVERIFY(!forged.signedTokenWithSecret(Secret));
 }
 
 void TestSecurity::secretsStayOutOfTheLog()

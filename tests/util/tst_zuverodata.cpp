@@ -5,6 +5,8 @@
 #include <QTemporaryFile>
 #include <QTest>
 
+using namespace Qt::StringLiterals;
+
 using Bytes = std::optional<QByteArray>;
 Q_DECLARE_METATYPE(Bytes)
 
@@ -43,16 +45,16 @@ void TestZuveroData::hexDecoding_data()
     QTest::addColumn<Bytes>("expected");
 
     const Bytes nothing;
-    QTest::newRow("prefix, mixed case") << QStringLiteral("0x0A1b") << Bytes(hex("0a1b"));
-    QTest::newRow("upper-case prefix") << QStringLiteral("0X0a1B") << Bytes(hex("0a1b"));
-    QTest::newRow("leading blanks") << QStringLiteral(" \t 0x0A1b") << Bytes(hex("0a1b"));
-    QTest::newRow("blanks after prefix") << QStringLiteral("0x  0A1b") << Bytes(hex("0a1b"));
-    QTest::newRow("odd length") << QStringLiteral("abc") << nothing;
-    QTest::newRow("trailing blank counts") << QStringLiteral("0a1b ") << nothing;
+    QTest::newRow("prefix, mixed case") << u"0x0A1b"_s << Bytes(hex("0a1b"));
+    QTest::newRow("upper-case prefix") << u"0X0a1B"_s << Bytes(hex("0a1b"));
+    QTest::newRow("leading blanks") << u" \t 0x0A1b"_s << Bytes(hex("0a1b"));
+    QTest::newRow("blanks after prefix") << u"0x  0A1b"_s << Bytes(hex("0a1b"));
+    QTest::newRow("odd length") << u"abc"_s << nothing;
+    QTest::newRow("trailing blank counts") << u"0a1b "_s << nothing;
     QTest::newRow("empty") << QString() << Bytes(QByteArray());
-    QTest::newRow("invalid pair is not decoded") << QStringLiteral("zz") << Bytes(hex("00"));
-    QTest::newRow("decoding stops early") << QStringLiteral("0a1g2b") << Bytes(hex("0a0000"));
-    QTest::newRow("not ASCII") << QStringLiteral("0aé1") << nothing;
+    QTest::newRow("invalid pair is not decoded") << u"zz"_s << Bytes(hex("00"));
+    QTest::newRow("decoding stops early") << u"0a1g2b"_s << Bytes(hex("0a0000"));
+    QTest::newRow("not ASCII") << u"0aé1"_s << nothing;
 }
 
 void TestZuveroData::hexDecoding()
@@ -69,10 +71,10 @@ void TestZuveroData::hexDecoding()
 void TestZuveroData::hexEncoding()
 {
     const QByteArray dead = hex("dead");
-    QCOMPARE(ZuveroHexStringFromData(dead), QStringLiteral("dead"));
-    QCOMPARE(ZuveroUppercaseHexStringFromData(dead), QStringLiteral("DEAD"));
-    QCOMPARE(ZuveroHexStringFromDataWithFormat(hex("00ff10"), "%02X"), QStringLiteral("00FF10"));
-    QCOMPARE(ZuveroHexStringFromData(QByteArray()), QStringLiteral(""));
+    QCOMPARE(ZuveroHexStringFromData(dead), u"dead"_s);
+    QCOMPARE(ZuveroUppercaseHexStringFromData(dead), u"DEAD"_s);
+    QCOMPARE(ZuveroHexStringFromDataWithFormat(hex("00ff10"), "%02X"), u"00FF10"_s);
+    QCOMPARE(ZuveroHexStringFromData(QByteArray()), u""_s);
     QVERIFY(!ZuveroHexStringFromDataWithFormat(std::nullopt, "%02x"));
 }
 
@@ -81,17 +83,16 @@ void TestZuveroData::base64URLDecoding_data()
     QTest::addColumn<QString>("text");
     QTest::addColumn<Bytes>("expected");
 
-    QTest::newRow("no padding needed") << QStringLiteral("YWJj") << Bytes(QByteArray("abc"));
-    QTest::newRow("two missing") << QStringLiteral("YQ") << Bytes(QByteArray("a"));
-    QTest::newRow("one missing") << QStringLiteral("YWI") << Bytes(QByteArray("ab"));
-    QTest::newRow("padding given") << QStringLiteral("YQ==") << Bytes(QByteArray("a"));
-    QTest::newRow("URL alphabet") << QStringLiteral("-_8") << Bytes(hex("fbff"));
-    QTest::newRow("standard alphabet too") << QStringLiteral("+/8") << Bytes(hex("fbff"));
-    QTest::newRow("stray white space")
-        << QStringLiteral("YWJj ZGVm\t\r\n") << Bytes(QByteArray("abcdef"));
-    QTest::newRow("length 1 mod 4") << QStringLiteral("YWJjZ") << Bytes();
-    QTest::newRow("one character") << QStringLiteral("a") << Bytes();
-    QTest::newRow("padding in the middle") << QStringLiteral("YQ==YQ==") << Bytes();
+    QTest::newRow("no padding needed") << u"YWJj"_s << Bytes(QByteArray("abc"));
+    QTest::newRow("two missing") << u"YQ"_s << Bytes(QByteArray("a"));
+    QTest::newRow("one missing") << u"YWI"_s << Bytes(QByteArray("ab"));
+    QTest::newRow("padding given") << u"YQ=="_s << Bytes(QByteArray("a"));
+    QTest::newRow("URL alphabet") << u"-_8"_s << Bytes(hex("fbff"));
+    QTest::newRow("standard alphabet too") << u"+/8"_s << Bytes(hex("fbff"));
+    QTest::newRow("stray white space") << u"YWJj ZGVm\t\r\n"_s << Bytes(QByteArray("abcdef"));
+    QTest::newRow("length 1 mod 4") << u"YWJjZ"_s << Bytes();
+    QTest::newRow("one character") << u"a"_s << Bytes();
+    QTest::newRow("padding in the middle") << u"YQ==YQ=="_s << Bytes();
     QTest::newRow("empty") << QString() << Bytes(QByteArray());
 }
 
@@ -120,10 +121,10 @@ void TestZuveroData::base64URLRoundTrip()
 
 void TestZuveroData::base64Text()
 {
-    const QString text = QStringLiteral("héllo ✓");
+    const QString text = u"héllo ✓"_s;
     QCOMPARE(decodeBase64String(ZuveroBase64URLWithData(text.toUtf8())), text);
     QVERIFY(!decodeBase64String(ZuveroBase64URLWithData(hex("fffe80"))));
-    QVERIFY(!decodeBase64String(QStringLiteral("a")));
+    QVERIFY(!decodeBase64String(u"a"_s));
 }
 
 void TestZuveroData::sha256_data()
@@ -131,16 +132,11 @@ void TestZuveroData::sha256_data()
     QTest::addColumn<QByteArray>("input");
     QTest::addColumn<QByteArray>("digest");
 
-    // FIPS 180-2, appendix B, and the empty input.
+    // FIPS 180-2, appendix B.1, and the empty input: the digest itself is OpenSSL's.
     QTest::newRow("empty")
         << QByteArray() << hex("e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
     QTest::newRow("abc") << QByteArray("abc")
                          << hex("ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
-    QTest::newRow("two blocks")
-        << QByteArray("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq")
-        << hex("248d6a61d20638b8e5c026930c3e6039a33ce45964ff2167f6ecedd419db06c1");
-    QTest::newRow("a million a") << QByteArray(
-        1'000'000, 'a') << hex("cdc76e5c9914fb9281a1c7e284d73e67f1809a48a497200e046d39ccc7112cd0");
 }
 
 void TestZuveroData::sha256()
@@ -157,41 +153,19 @@ void TestZuveroData::hmac_data()
     QTest::addColumn<QByteArray>("sha256");
     QTest::addColumn<QByteArray>("sha512");
 
-    // RFC 4231, test cases 1-4, 6 and 7 (5 truncates its output).
+    // RFC 4231, test cases 2 and 6: the key told from the data, and a key longer than a block.
+    // The MAC itself is OpenSSL's; these pin the digest, the argument order and the length.
     const QByteArray longKey(131, '\xaa');
-    QTest::newRow("case 1")
-        << QByteArray(20, '\x0b') << QByteArray("Hi There")
-        << hex("b0344c61d8db38535ca8afceaf0bf12b881dc200c9833da726e9376c2e32cff7")
-        << hex("87aa7cdea5ef619d4ff0b4241a1d6cb02379f4e2ce4ec2787ad0b30545e17cde"
-               "daa833b7d6b8a702038b274eaea3f4e4be9d914eeb61f1702e696c203a126854");
     QTest::newRow("case 2")
         << QByteArray("Jefe") << QByteArray("what do ya want for nothing?")
         << hex("5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843")
         << hex("164b7a7bfcf819e2e395fbe73b56e0a387bd64222e831fd610270cd7ea250554"
                "9758bf75c05a994a6d034f65f8f0e6fdcaeab1a34d4a6b4b636e070a38bce737");
-    QTest::newRow("case 3")
-        << QByteArray(20, '\xaa') << QByteArray(50, '\xdd')
-        << hex("773ea91e36800e46854db8ebd09181a72959098b3ef8c122d9635514ced565fe")
-        << hex("fa73b0089d56a284efb0f0756c890be9b1b5dbdd8ee81a3655f83e33b2279d39"
-               "bf3e848279a722c806b485a47e67c807b946a337bee8942674278859e13292fb");
-    QTest::newRow("case 4")
-        << hex("0102030405060708090a0b0c0d0e0f10111213141516171819") << QByteArray(50, '\xcd')
-        << hex("82558a389a443c0ea4cc819899f2083a85f0faa3e578f8077a2e3ff46729665b")
-        << hex("b0ba465637458c6990e5a8c5f61d4af7e576d97ff94b872de76f8050361ee3db"
-               "a91ca5c11aa25eb4d679275cc5788063a5f19741120c4f2de2adebeb10a298dd");
     QTest::newRow("case 6")
         << longKey << QByteArray("Test Using Larger Than Block-Size Key - Hash Key First")
         << hex("60e431591ee0b67f0d8a26aacbf5b77f8e0bc6213728c5140546040f0ee37f54")
         << hex("80b24263c7c1a3ebb71493c1dd7be8b49b46d1f41b4aeec1121b013783f8f352"
                "6b56d037e05f2598bd0fd2215d6a1e5295e64f73f63f0aec8b915a985d786598");
-    QTest::newRow("case 7")
-        << longKey
-        << QByteArray("This is a test using a larger than block-size key and a larger than "
-                      "block-size data. The key needs to be hashed before being used by the "
-                      "HMAC algorithm.")
-        << hex("9b09ffa71b942fcb27635fbcd5b0e944bfdc63644f0713938a7f51535c3a35e2")
-        << hex("e37b6a775dc87dbaa4dfa9f96e5e3ffddebd71f8867289865df5a32d20cdc944"
-               "b6022cac3c4982b10d5eeb55c3e4de15134676fb6de0446065c97440fa8c6a58");
 }
 
 void TestZuveroData::hmac()
@@ -213,25 +187,24 @@ void TestZuveroData::nullInputsGiveNothing()
     QVERIFY(!ZuveroBase64URLWithData(std::nullopt));
     // Empty is not absent: it has a MAC and an encoding.
     QCOMPARE(ZuveroHMACSHA256(QByteArray(), QByteArray())->size(), 32);
-    QCOMPARE(ZuveroBase64URLWithData(QByteArray()), QStringLiteral(""));
+    QCOMPARE(ZuveroBase64URLWithData(QByteArray()), u""_s);
 }
 
 void TestZuveroData::nullRemoval()
 {
     const QVariant null = QVariant::fromValue(nullptr);
-    const QVariantMap tree{
-        {QStringLiteral("a"), null},
-        {QStringLiteral("b"), QVariantList{1, null, QVariantMap{{QStringLiteral("c"), null}}}}};
-    const QVariantMap expected{{QStringLiteral("b"), QVariantList{1, QVariantMap()}}};
+    const QVariantMap tree{{u"a"_s, null},
+                           {u"b"_s, QVariantList{1, null, QVariantMap{{u"c"_s, null}}}}};
+    const QVariantMap expected{{u"b"_s, QVariantList{1, QVariantMap()}}};
     QCOMPARE(ZuveroSkipNSNullRecursively(tree), QVariant(expected));
     QCOMPARE(tree.size(), 2); // the input is left alone
 
-    const QVariantHash hash{{QStringLiteral("x"), null}, {QStringLiteral("y"), 2}};
-    QCOMPARE(ZuveroSkipNSNullRecursively(hash), QVariant(QVariantHash{{QStringLiteral("y"), 2}}));
+    const QVariantHash hash{{u"x"_s, null}, {u"y"_s, 2}};
+    QCOMPARE(ZuveroSkipNSNullRecursively(hash), QVariant(QVariantHash{{u"y"_s, 2}}));
     QVERIFY(!ZuveroSkipNSNullRecursively(null).isValid());
     QVERIFY(!ZuveroSkipNSNull(null).isValid());
     QCOMPARE(ZuveroSkipNSNull(QVariant(5)), QVariant(5));
-    QCOMPARE(ZuveroSkipNSNullRecursively(QStringLiteral("s")), QVariant(QStringLiteral("s")));
+    QCOMPARE(ZuveroSkipNSNullRecursively(u"s"_s), QVariant(u"s"_s));
 }
 
 void TestZuveroData::bytesInPlace()
@@ -244,7 +217,7 @@ void TestZuveroData::bytesInPlace()
     QVariant boxed(QByteArray("key"));
     QVERIFY(ZuveroDataClear(&boxed));
     QCOMPARE(boxed.toByteArray(), QByteArray(3, '\0'));
-    QVariant text(QStringLiteral("key"));
+    QVariant text(u"key"_s);
     QVERIFY(!ZuveroDataClear(&text));
 
     unsigned char buffer[4] = {1, 2, 3, 4};
@@ -263,10 +236,10 @@ void TestZuveroData::randomDevice()
         ZuveroRandomDataWithLength(8);
         QFAIL("a missing random device must raise");
     } catch (const ZuveroException &e) {
-        QCOMPARE(e.name(), QStringLiteral("Failed to open /dev/urandom"));
-        QCOMPARE(e.reason(), QStringLiteral("fopen('/dev/urandom', 'r') failed."));
+        QCOMPARE(e.name(), u"Failed to open /dev/urandom"_s);
+        QCOMPARE(e.reason(), u"fopen('/dev/urandom', 'r') failed."_s);
     }
-    QCOMPARE(log.lines(), QStringList{QStringLiteral("ZVX: ZVXData: cannot fopen /dev/urandom")});
+    QCOMPARE(log.lines(), QStringList{u"ZVX: ZVXData: cannot fopen /dev/urandom"_s});
 
     // A device that runs dry must not yield predictable bytes.
     QTemporaryFile empty;

@@ -7,6 +7,8 @@
 #include <QStandardPaths>
 #include <QTest>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 // RFC 7515, appendix A.1: an HS256 token and its key.
@@ -24,13 +26,10 @@ QByteArray rfcSecret()
 
 QVariantMap claims()
 {
-    return {
-        {QStringLiteral("apiKey"), QStringLiteral("9f86d081884c7d65")},
-        {QStringLiteral("installationId"), QStringLiteral("4E8C8D2A-1B77-4C5A-9D7E-0F3A1B2C3D4E")},
-        {QStringLiteral("userName"), QStringLiteral("Zoë ✓")},
-        {QStringLiteral("extra"),
-         QVariantMap{{QStringLiteral("plan"), QStringLiteral("gold")},
-                     {QStringLiteral("seats"), 12}}}};
+    return {{u"apiKey"_s, u"9f86d081884c7d65"_s},
+            {u"installationId"_s, u"4E8C8D2A-1B77-4C5A-9D7E-0F3A1B2C3D4E"_s},
+            {u"userName"_s, u"Zoë ✓"_s},
+            {u"extra"_s, QVariantMap{{u"plan"_s, u"gold"_s}, {u"seats"_s, 12}}}};
 }
 
 } // namespace
@@ -54,8 +53,8 @@ void TestZVXJWT::verifiesTheRFCExample()
 {
     const auto token = ZVXJWT::initWithJWT(rfcToken, rfcSecret());
     QVERIFY(token);
-    QCOMPARE(token->payload().value(QStringLiteral("iss")), QVariant(QStringLiteral("joe")));
-    QCOMPARE(token->header().value(QStringLiteral("alg")), QVariant(QStringLiteral("HS256")));
+    QCOMPARE(token->payload().value(u"iss"_s), QVariant(u"joe"_s));
+    QCOMPARE(token->header().value(u"alg"_s), QVariant(u"HS256"_s));
 
     // One changed character of the signature: refused with the key, accepted without one.
     QString tampered = rfcToken;
@@ -78,39 +77,35 @@ void TestZVXJWT::signedTokensReadBack()
     const auto verified = ZVXJWT::initWithJWT(text, QByteArray("s3cr3t"));
     QVERIFY(verified);
     QCOMPARE(verified->payload(), claims());
-    QCOMPARE(verified->header(),
-             (QVariantMap{{QStringLiteral("alg"), QStringLiteral("HS256")},
-                          {QStringLiteral("typ"), QStringLiteral("JWT")}}));
+    QCOMPARE(verified->header(), (QVariantMap{{u"alg"_s, u"HS256"_s}, {u"typ"_s, u"JWT"_s}}));
 }
 
 void TestZVXJWT::signaturesMatchOpenSSL_data()
 {
     QTest::addColumn<QString>("algorithm");
     QTest::addColumn<QString>("digest");
-    QTest::newRow("HS256") << QStringLiteral("HS256") << QStringLiteral("sha256");
-    QTest::newRow("HS512") << QStringLiteral("HS512") << QStringLiteral("sha512");
+    QTest::newRow("HS256") << u"HS256"_s << u"sha256"_s;
+    QTest::newRow("HS512") << u"HS512"_s << u"sha512"_s;
 }
 
 void TestZVXJWT::signaturesMatchOpenSSL()
 {
     QFETCH(QString, algorithm);
     QFETCH(QString, digest);
-    const QString openssl = QStandardPaths::findExecutable(QStringLiteral("openssl"));
+    const QString openssl = QStandardPaths::findExecutable(u"openssl"_s);
     QVERIFY2(!openssl.isEmpty(), "the openssl command is installed by scripts/setup.sh");
 
     const QByteArray secret = ZuveroRandomDataWithLength(48);
     ZVXJWT token;
-    token.setHeader({{QStringLiteral("alg"), algorithm}});
+    token.setHeader({{u"alg"_s, algorithm}});
     token.setPayload(claims());
     const QString text = *token.signedTokenWithSecret(secret);
     const QString signingInput = text.section(QLatin1Char('.'), 0, 1);
 
     QProcess process;
     process.start(openssl,
-                  {QStringLiteral("dgst"), QLatin1Char('-') + digest, QStringLiteral("-mac"),
-                   QStringLiteral("HMAC"), QStringLiteral("-macopt"),
-                   QStringLiteral("hexkey:") + *ZuveroHexStringFromData(secret),
-                   QStringLiteral("-binary")});
+                  {u"dgst"_s, QLatin1Char('-') + digest, u"-mac"_s, u"HMAC"_s, u"-macopt"_s,
+                   u"hexkey:"_s + *ZuveroHexStringFromData(secret), u"-binary"_s});
     QVERIFY(process.waitForStarted());
     process.write(signingInput.toLatin1());
     process.closeWriteChannel();
@@ -122,40 +117,27 @@ void TestZVXJWT::signaturesMatchOpenSSL()
     // The header names the algorithm and always gets its "typ".
     const auto parsed = ZVXJWT::initWithJWT(text, secret);
     QVERIFY(parsed);
-    QCOMPARE(parsed->header(),
-             (QVariantMap{{QStringLiteral("alg"), algorithm},
-                          {QStringLiteral("typ"), QStringLiteral("JWT")}}));
+    QCOMPARE(parsed->header(), (QVariantMap{{u"alg"_s, algorithm}, {u"typ"_s, u"JWT"_s}}));
 }
 
 void TestZVXJWT::onlyHMACAlgorithmsAreKnown()
 {
-    for (const QString &alg : {QStringLiteral("none"), QStringLiteral("RS256"),
-                               QStringLiteral("hs256"), QStringLiteral("HS384")}) {
+    for (const QString &alg : {u"none"_s, u"RS256"_s, u"hs256"_s, u"HS384"_s}) {
         ZVXJWT token;
-        token.setHeader({{QStringLiteral("alg"), alg}});
+        token.setHeader({{u"alg"_s, alg}});
         ZuveroError error;
         QVERIFY2(!token.signedTokenWithSecret(QByteArray("k"), &error), qPrintable(alg));
         QVERIFY(error.isNull());
         QVERIFY(!ZVXJWT::signatureForData("data", "k", alg));
     }
     QVERIFY(!ZVXJWT::signatureForData("data", "k", std::nullopt));
-
-    // Tokens that name another algorithm are refused by the verifier, whatever their signature.
-    const QString payload = *ZuveroBase64URLWithData(QByteArray(R"({"userId":"u"})"));
-    for (const QByteArray &header : {QByteArray(R"({"alg":"none","typ":"JWT"})"),
-                                     QByteArray(R"({"alg":"RS256","typ":"JWT"})")}) {
-        const QString unsigned_ = *ZuveroBase64URLWithData(header) + QLatin1Char('.') + payload;
-        const QString hmac
-            = *ZuveroBase64URLWithData(*ZuveroHMACSHA256(QByteArray("k"), unsigned_.toLatin1()));
-        QVERIFY(!ZVXJWT::initWithJWT(unsigned_ + QLatin1Char('.'), QByteArray("k")));
-        QVERIFY(!ZVXJWT::initWithJWT(unsigned_ + QLatin1Char('.') + hmac, QByteArray("k")));
-    }
+    // The verifier's side, token by token, is in the security suite.
 }
 
 void TestZVXJWT::serialisationErrorsAreReported()
 {
     ZVXJWT token;
-    token.setPayload({{QStringLiteral("when"), QDateTime::currentDateTimeUtc()}});
+    token.setPayload({{u"when"_s, QDateTime::currentDateTimeUtc()}});
     ZuveroError error;
     QVERIFY(!token.signedTokenWithSecret(QByteArray("k"), &error));
     QVERIFY(!error.isNull());
@@ -168,8 +150,8 @@ void TestZVXJWT::malformedTokens()
     const QString valid = *ZVXJWT::initWithPayload(claims())->signedTokenWithSecret("secret");
     const QStringList parts = valid.split(QLatin1Char('.'));
     QVERIFY(!ZVXJWT::initWithJWT(parts.mid(0, 2).join(QLatin1Char('.')), QByteArray("secret")));
-    QVERIFY(!ZVXJWT::initWithJWT(valid + QStringLiteral(".x"), QByteArray("secret")));
-    QVERIFY(!ZVXJWT::initWithJWT(QStringLiteral("a.") + parts.at(1) + QStringLiteral(".x")));
+    QVERIFY(!ZVXJWT::initWithJWT(valid + u".x"_s, QByteArray("secret")));
+    QVERIFY(!ZVXJWT::initWithJWT(u"a."_s + parts.at(1) + u".x"_s));
     QVERIFY(!ZVXJWT::initWithJWT(std::nullopt));
     QVERIFY(log.lines().isEmpty());
 
@@ -183,33 +165,32 @@ void TestZVXJWT::malformedTokens()
 
     // A payload that is not an object gives no token.
     const QString array = *ZuveroBase64URLWithData(QByteArray("[1]"));
-    QVERIFY(!ZVXJWT::initWithJWT(parts.at(0) + QLatin1Char('.') + array + QStringLiteral(".x")));
+    QVERIFY(!ZVXJWT::initWithJWT(parts.at(0) + QLatin1Char('.') + array + u".x"_s));
 }
 
 void TestZVXJWT::readingWithoutVerification()
 {
     ZVXLogCapture log;
     QVERIFY(!ZVXJWT::getPayloadNSDict(std::nullopt).isValid());
-    QVERIFY(!ZVXJWT::getPayloadNSDict(QStringLiteral("a.b")).isValid());
-    QVERIFY(!ZVXJWT::getPayloadNSDict(QStringLiteral("a.b.c.d")).isValid());
-    QCOMPARE(log.lines(),
-             (QStringList{QStringLiteral("ZVX: JWT is nil"), QStringLiteral("ZVX: Bad JWT format"),
-                          QStringLiteral("ZVX: Bad JWT format")}));
+    QVERIFY(!ZVXJWT::getPayloadNSDict(u"a.b"_s).isValid());
+    QVERIFY(!ZVXJWT::getPayloadNSDict(u"a.b.c.d"_s).isValid());
+    QCOMPARE(
+        log.lines(),
+        (QStringList{u"ZVX: JWT is nil"_s, u"ZVX: Bad JWT format"_s, u"ZVX: Bad JWT format"_s}));
     log.clear();
 
     // A payload that does not decode is a fault; one that decodes but does not parse is not.
-    QVERIFY(!ZVXJWT::getPayloadNSDict(QStringLiteral("a.b.c")).isValid());
-    QCOMPARE(log.lines(), QStringList{QStringLiteral("ZVX: Incorrect payload JSON structure")});
+    QVERIFY(!ZVXJWT::getPayloadNSDict(u"a.b.c"_s).isValid());
+    QCOMPARE(log.lines(), QStringList{u"ZVX: Incorrect payload JSON structure"_s});
     log.clear();
     const QString garbage = *ZuveroBase64URLWithData(QByteArray("not json"));
-    QVERIFY(
-        !ZVXJWT::getPayloadNSDict(QStringLiteral("a.") + garbage + QStringLiteral(".c")).isValid());
+    QVERIFY(!ZVXJWT::getPayloadNSDict(u"a."_s + garbage + u".c"_s).isValid());
     QVERIFY(log.lines().isEmpty());
 
     // The claims of the RFC example are read although its header has line breaks.
     const QVariantMap payload = ZVXJWT::getPayloadNSDict(rfcToken).toMap();
-    QCOMPARE(payload.value(QStringLiteral("exp")).toLongLong(), 1300819380);
-    QCOMPARE(payload.value(QStringLiteral("http://example.com/is_root")), QVariant(true));
+    QCOMPARE(payload.value(u"exp"_s).toLongLong(), 1300819380);
+    QCOMPARE(payload.value(u"http://example.com/is_root"_s), QVariant(true));
 }
 
 QTEST_GUILESS_MAIN(TestZVXJWT)

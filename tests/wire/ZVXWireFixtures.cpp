@@ -7,6 +7,8 @@
 
 #include <cmath>
 
+using namespace Qt::StringLiterals;
+
 namespace ZVXWire {
 
 namespace {
@@ -15,21 +17,21 @@ QString typeName(const QJsonValue &value)
 {
     switch (value.type()) {
     case QJsonValue::Null:
-        return QStringLiteral("null");
+        return u"null"_s;
     case QJsonValue::Bool:
-        return QStringLiteral("boolean");
+        return u"boolean"_s;
     case QJsonValue::Double:
-        return QStringLiteral("number");
+        return u"number"_s;
     case QJsonValue::String:
-        return QStringLiteral("text");
+        return u"text"_s;
     case QJsonValue::Array:
-        return QStringLiteral("array");
+        return u"array"_s;
     case QJsonValue::Object:
-        return QStringLiteral("object");
+        return u"object"_s;
     case QJsonValue::Undefined:
         break;
     }
-    return QStringLiteral("nothing");
+    return u"nothing"_s;
 }
 
 QString show(const QJsonValue &value)
@@ -45,7 +47,7 @@ QString member(const QString &path, const QString &key)
 
 QString element(const QString &path, qsizetype index)
 {
-    return QStringLiteral("%1[%2]").arg(path).arg(index);
+    return u"%1[%2]"_s.arg(path).arg(index);
 }
 
 // How the two sides of a comparison walk the same tree.
@@ -54,19 +56,19 @@ QStringList walk(const QJsonValue &expected, const QJsonValue &actual, const QSt
                  Leaf leaf)
 {
     if (expected.type() != actual.type())
-        return {QStringLiteral("%1: %2 expected, %3 found (%4)")
-                    .arg(path, typeName(expected), typeName(actual), show(actual))};
+        return {u"%1: %2 expected, %3 found (%4)"_s.arg(path, typeName(expected), typeName(actual),
+                                                        show(actual))};
     QStringList found;
     if (expected.isObject()) {
         const QJsonObject e = expected.toObject(), a = actual.toObject();
         for (auto it = e.begin(); it != e.end(); ++it) {
             if (!a.contains(it.key()))
-                found.append(QStringLiteral("%1: missing").arg(member(path, it.key())));
+                found.append(u"%1: missing"_s.arg(member(path, it.key())));
         }
         for (auto it = a.begin(); it != a.end(); ++it) {
             if (!e.contains(it.key()))
-                found.append(QStringLiteral("%1: not in the fixture (%2)")
-                                 .arg(member(path, it.key()), show(it.value())));
+                found.append(
+                    u"%1: not in the fixture (%2)"_s.arg(member(path, it.key()), show(it.value())));
             else
                 found += walk(e.value(it.key()), it.value(), member(path, it.key()), leaf);
         }
@@ -75,10 +77,7 @@ QStringList walk(const QJsonValue &expected, const QJsonValue &actual, const QSt
     if (expected.isArray()) {
         const QJsonArray e = expected.toArray(), a = actual.toArray();
         if (e.size() != a.size())
-            return {QStringLiteral("%1: %2 elements expected, %3 found")
-                        .arg(path)
-                        .arg(e.size())
-                        .arg(a.size())};
+            return {u"%1: %2 elements expected, %3 found"_s.arg(path).arg(e.size()).arg(a.size())};
         for (qsizetype i = 0; i < e.size(); ++i)
             found += walk(e.at(i), a.at(i), element(path, i), leaf);
         return found;
@@ -115,7 +114,7 @@ QStringList differences(const QJsonValue &expected, const QJsonValue &actual, co
                     // QJsonValue compares whole numbers and fractions alike, as JSON does.
                     if (e == a)
                         return {};
-                    return {QStringLiteral("%1: %2 expected, %3 found").arg(at, show(e), show(a))};
+                    return {u"%1: %2 expected, %3 found"_s.arg(at, show(e), show(a))};
                 });
 }
 
@@ -125,15 +124,15 @@ QStringList Matcher::pairUUIDs(const QJsonValue &expected, const QJsonValue &act
     QStringList found;
     if (expected.isObject() && actual.isObject()) {
         const QJsonObject e = expected.toObject(), a = actual.toObject();
-        const QJsonValue fixtureUUID = e.value(QStringLiteral("uuid"));
-        const QJsonValue actualUUID = a.value(QStringLiteral("uuid"));
+        const QJsonValue fixtureUUID = e.value(u"uuid"_s);
+        const QJsonValue actualUUID = a.value(u"uuid"_s);
         if (fixtureUUID.isString() && actualUUID.isString()) {
             const QString mine = fixtureUUID.toString(), theirs = actualUUID.toString();
             const QString paired = m_uuids.value(mine, theirs);
             const QString other = m_uuids.key(theirs, mine);
             if (paired != theirs || other != mine)
-                found.append(QStringLiteral("%1: %2 stands for %3 elsewhere, here for %4")
-                                 .arg(member(path, QStringLiteral("uuid")), mine, paired, theirs));
+                found.append(u"%1: %2 stands for %3 elsewhere, here for %4"_s.arg(
+                    member(path, u"uuid"_s), mine, paired, theirs));
             else
                 m_uuids.insert(mine, theirs);
         }
@@ -153,25 +152,24 @@ QStringList Matcher::compare(const QJsonValue &expected, const QJsonValue &actua
     // URLs name the uuids of their objects, which may come later in the walk: pair them first.
     QStringList found = pairUUIDs(expected, actual, path);
     const qint64 now = QDateTime::currentSecsSinceEpoch();
-    found += walk(
-        expected, actual, path,
-        [&](const QJsonValue &e, const QJsonValue &a, const QString &at) -> QStringList {
-            const QString key = at.section(QLatin1Char('.'), -1);
-            if (key == QLatin1String("uuid"))
-                return {};
-            // A location's "d" is a span in metres, not a time.
-            if (key == QLatin1String("date") || at.endsWith(QLatin1String("appdata.d"))) {
-                if (std::abs(a.toDouble() - double(now)) > 24 * 3600)
-                    return {QStringLiteral("%1: %2 is not a time near now").arg(at, show(a))};
-                return {};
-            }
-            QJsonValue wanted = e;
-            if (key == QLatin1String("dataURL") || key == QLatin1String("previewURL"))
-                wanted = substituted(e.toString());
-            if (wanted == a)
-                return {};
-            return {QStringLiteral("%1: %2 expected, %3 found").arg(at, show(wanted), show(a))};
-        });
+    found += walk(expected, actual, path,
+                  [&](const QJsonValue &e, const QJsonValue &a, const QString &at) -> QStringList {
+                      const QString key = at.section(QLatin1Char('.'), -1);
+                      if (key == QLatin1String("uuid"))
+                          return {};
+                      // A location's "d" is a span in metres, not a time.
+                      if (key == QLatin1String("date") || at.endsWith(QLatin1String("appdata.d"))) {
+                          if (std::abs(a.toDouble() - double(now)) > 24 * 3600)
+                              return {u"%1: %2 is not a time near now"_s.arg(at, show(a))};
+                          return {};
+                      }
+                      QJsonValue wanted = e;
+                      if (key == QLatin1String("dataURL") || key == QLatin1String("previewURL"))
+                          wanted = substituted(e.toString());
+                      if (wanted == a)
+                          return {};
+                      return {u"%1: %2 expected, %3 found"_s.arg(at, show(wanted), show(a))};
+                  });
     return found;
 }
 

@@ -196,24 +196,14 @@ void TestWireLibrary::messageListReadsToItsValues()
         }
     }
 
-    // The same values, spelled out for the kinds of message the fixture holds.
+    // What the loop cannot see: a date read from its own spelling, and the kinds the senders and
+    // content types make.
     QVERIFY(messages.at(0)->isUserMessage());
     QCOMPARE(messages.at(0)->date(), QDateTime(QDate(2023, 11, 14), QTime(22, 13, 20), Qt::UTC));
-    const ZuveroChatAttachmentPtr picture = messages.at(1)->attachments()->first();
     QVERIFY(messages.at(1)->isAgentMessage());
-    QVERIFY(picture->isImage());
-    QCOMPARE(picture->imageSize(), QSizeF(640, 480));
-    QCOMPARE(picture->previewURL().path(),
-             u"/api/1.0/previews/7c6b5a49-3827-4165-a4b3-c2d1e0f9a8b7"_s);
-    const ZuveroChatAttachmentPtr document = messages.at(2)->attachments()->first();
-    QVERIFY(document->isText() && document->isValidDocument());
-    QCOMPARE(document->length(), quint64(46));
-    QVERIFY(document->previewURL().isEmpty());
-    QCOMPARE(document->imageSize(), QSizeF(0, 0));
-    QVERIFY(!messages.at(3)->text());
-    QCOMPARE(messages.at(3)->locationDictionary()->value(u"d"_s).toDouble(), 1200.5);
+    QVERIFY(messages.at(1)->attachments()->first()->isImage());
+    QVERIFY(messages.at(2)->attachments()->first()->isValidDocument());
     QVERIFY(messages.at(4)->isSystemMessage());
-    QVERIFY(!messages.at(4)->userName());
 }
 
 void TestWireLibrary::messagesWriteBackTheWireKeys()

@@ -165,5 +165,65 @@
         <source>zuveroNotificationReply</source>
         <translation>رد</translation>
     </message>
+    <message>
+        <source>zuveroSendLocationButtonTitle</source>
+        <translation>إرسال الموقع</translation>
+    </message>
+    <message>
+        <source>zuveroLocationSearchTitle</source>
+        <translation>ابحث عن مكان</translation>
+    </message>
+    <message>
+        <source>zuveroLocationMapTitle</source>
+        <translation>الخريطة</translation>
+    </message>
+    <message>
+        <source>zuveroLocationResultsTitle</source>
+        <translation>الأماكن التي عُثر عليها</translation>
+    </message>
+    <message>
+        <source>zuveroLocationAddressTitle</source>
+        <translation>العنوان</translation>
+    </message>
+    <message>
+        <source>zuveroLocationLookingUp</source>
+        <translation>جارٍ البحث عن العنوان…</translation>
+    </message>
+    <message>
+        <source>zuveroLocationNoAddress</source>
+        <translation>لا يوجد عنوان معروف هنا</translation>
+    </message>
+    <message>
+        <source>zuveroLocationAddressFailed</source>
+        <translation>العنوان غير متاح</translation>
+    </message>
+    <message>
+        <source>zuveroLocationSearching</source>
+        <translation>جارٍ البحث…</translation>
+    </message>
+    <message>
+        <source>zuveroLocationNoResults</source>
+        <translation>لم يُعثر على أي مكان</translation>
+    </message>
+    <message>
+        <source>zuveroLocationSearchFailed</source>
+        <translation>تعذّر البحث. تحقّق من الاتصال وحاول مرة أخرى.</translation>
+    </message>
+    <message>
+        <source>zuveroMyPositionTitle</source>
+        <translation>موقعي</translation>
+    </message>
+    <message>
+        <source>zuveroZoomInTitle</source>
+        <translation>تكبير</translation>
+    </message>
+    <message>
+        <source>zuveroZoomOutTitle</source>
+        <translation>تصغير</translation>
+    </message>
+    <message>
+        <source>zuveroCameraFailed</source>
+        <translation>تعذّر استخدام الكاميرا.</translation>
+    </message>
 </context>
 </TS>

@@ -165,5 +165,65 @@
         <source>zuveroNotificationReply</source>
         <translation>Répondre</translation>
     </message>
+    <message>
+        <source>zuveroSendLocationButtonTitle</source>
+        <translation>Envoyer le lieu</translation>
+    </message>
+    <message>
+        <source>zuveroLocationSearchTitle</source>
+        <translation>Rechercher un lieu</translation>
+    </message>
+    <message>
+        <source>zuveroLocationMapTitle</source>
+        <translation>Carte</translation>
+    </message>
+    <message>
+        <source>zuveroLocationResultsTitle</source>
+        <translation>Lieux trouvés</translation>
+    </message>
+    <message>
+        <source>zuveroLocationAddressTitle</source>
+        <translation>Adresse</translation>
+    </message>
+    <message>
+        <source>zuveroLocationLookingUp</source>
+        <translation>Recherche de l’adresse…</translation>
+    </message>
+    <message>
+        <source>zuveroLocationNoAddress</source>
+        <translation>Aucune adresse connue ici</translation>
+    </message>
+    <message>
+        <source>zuveroLocationAddressFailed</source>
+        <translation>Adresse indisponible</translation>
+    </message>
+    <message>
+        <source>zuveroLocationSearching</source>
+        <translation>Recherche…</translation>
+    </message>
+    <message>
+        <source>zuveroLocationNoResults</source>
+        <translation>Aucun lieu trouvé</translation>
+    </message>
+    <message>
+        <source>zuveroLocationSearchFailed</source>
+        <translation>La recherche a échoué. Vérifiez la connexion et réessayez.</translation>
+    </message>
+    <message>
+        <source>zuveroMyPositionTitle</source>
+        <translation>Ma position</translation>
+    </message>
+    <message>
+        <source>zuveroZoomInTitle</source>
+        <translation>Zoom avant</translation>
+    </message>
+    <message>
+        <source>zuveroZoomOutTitle</source>
+        <translation>Zoom arrière</translation>
+    </message>
+    <message>
+        <source>zuveroCameraFailed</source>
+        <translation>Impossible d’utiliser l’appareil photo.</translation>
+    </message>
 </context>
 </TS>

@@ -218,6 +218,7 @@ public:
         "https://<hostname>/geocode". The library's token is never sent to it.
     */
     QString geocoderURL() const;
+    //! Sends address questions to \a url; empty returns to the chat server's own.
     void setGeocoderURL(const QString &url);
     //! Whether the application's badge follows the unread count.
     bool updateAppBadgeNumber() const;

@@ -96,6 +96,7 @@ enum ZuveroMapErrorCode : qint64 {
     reached fails with the transport's own error (ZuveroURLErrorDomain).
 */
 inline constexpr QLatin1String ZuveroGeocoderErrorDomain{"com.zuvero.geocoder"};
+//! The codes of ZuveroGeocoderErrorDomain.
 enum ZuveroGeocoderErrorCode : qint64 {
     //! A geocoder address that is not http or https.
     ZuveroGeocoderErrorInvalidURL = 1,

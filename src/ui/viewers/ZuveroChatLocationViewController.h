@@ -63,9 +63,8 @@ public:
     void setPositionSource(QGeoPositionInfoSource *source);
 
 protected:
+    //! Starts following the user's position, once the screen is seen.
     void showEvent(QShowEvent *event) override;
-
-protected:
     //! Titles the screen and names its buttons again in a new language.
     void changeEvent(QEvent *event) override;
 

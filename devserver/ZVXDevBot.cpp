@@ -50,8 +50,12 @@ QString ZVXDevBot::replyTo(const ZVXDevMessageRecord &message)
     if (parts.isEmpty())
         parts.append(QStringLiteral("Hello! How can I help?"));
     // The quote ends a sentence only when another follows it.
-    else if (parts.size() > 1 && parts.first().endsWith(QChar(0x201d)))
-        parts.first().append(QLatin1Char('.'));
+    else if (parts.size() > 1 && parts.first().endsWith(QChar(0x201d))) {
+        const QString quoted = parts.first().chopped(1);
+        if (!quoted.endsWith(QLatin1Char('.')) && !quoted.endsWith(QLatin1Char('!'))
+            && !quoted.endsWith(QLatin1Char('?')))
+            parts.first().append(QLatin1Char('.'));
+    }
     return parts.join(QLatin1Char(' '));
 }
 

@@ -20,6 +20,9 @@
 #include <QClipboard>
 #include <QDir>
 #include <QKeyEvent>
+#include <QLabel>
+#include <QListWidget>
+#include <QMenu>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QRegularExpression>
@@ -30,13 +33,8 @@ namespace {
 
 const QString FirstText = QStringLiteral("Hello! My order #1042 has not arrived yet.");
 const QString PictureCaption = QStringLiteral("This is the lamp I ordered.");
-const QString PushedQuestion = QStringLiteral("One more thing: do you deliver to Lyon?");
-// Where the parcel should go: Lyon's Place Bellecour, 500 m across.
-const QVariantMap SharedPlace{{QStringLiteral("lat"), 45.7578},
-                              {QStringLiteral("lng"), 4.8320},
-                              {QStringLiteral("d"), 500.0},
-                              {QStringLiteral("address"), QStringLiteral("Place Bellecour, Lyon")}};
-
+const QString PlaceSearched = QStringLiteral("Paris");
+const QString PushedQuestion = QStringLiteral("One more thing: do you deliver to Paris?");
 } // namespace
 
 DemoScript::DemoScript(DemoHost *host, DemoShopWindow *window, const QString &folder,
@@ -159,23 +157,61 @@ void DemoScript::plan()
                  fail(QStringLiteral("no picture in the conversation"));
          },
          [this, isTop] { return isTop("ZuveroChatAttachmentViewController") && settled(10); }},
-        {QStringLiteral("share a place"),
+        {QStringLiteral("open the attachment menu from the keyboard"),
          [this] {
              screenshot(QStringLiteral("06-picture"), chat());
              clickButton("backButton");
-             const ZuveroChatMessagePtr place
-                 = ZuveroChatMessage::initWithLocationDictionary(SharedPlace);
-             note(QStringLiteral("user shares a place: %1")
-                      .arg(SharedPlace.value(QStringLiteral("address")).toString()));
-             m_host->zuvero()->connection()->sendChatMessage(
-                 place, [this](bool success, const ZuveroError &error) {
-                     if (!success)
-                         fail(QStringLiteral("sharing the place failed: %1")
-                                  .arg(error.localizedDescription()));
-                 });
+             auto *attach = chat()->findChild<QWidget *>(QStringLiteral("attachmentButton"));
+             attach->setFocus();
+             press(attach, Qt::Key_Space);
+         },
+         [] { return qobject_cast<QMenu *>(QApplication::activePopupWidget()) != nullptr; }},
+        {QStringLiteral("choose to share a location"),
+         [this] {
+             auto *sheet = qobject_cast<QMenu *>(QApplication::activePopupWidget());
+             const QString title
+                 = Zuvero::localizeString(QStringLiteral("zuveroLocationButtonTitle"));
+             for (QAction *action : sheet->actions()) {
+                 if (action->text() == title)
+                     sheet->setActiveAction(action);
+             }
+             note(QStringLiteral("user chooses \u201c%1\u201d").arg(title));
+             press(sheet, Qt::Key_Return);
+         },
+         [this] { return locationPicker() && locationPicker()->isVisible() && settled(3); }},
+        {QStringLiteral("search for a place"),
+         [this] {
+             auto *field = locationPicker()->findChild<QWidget *>(QStringLiteral("searchField"));
+             field->setFocus();
+             typeInto(field, PlaceSearched);
+             press(field, Qt::Key_Return);
          },
          [this] {
-             return rowsOfKind(ZuveroChatViewItemKindUserMessageLocation) >= 1 && settled(3);
+             auto *results
+                 = locationPicker()->findChild<QListWidget *>(QStringLiteral("searchResults"));
+             return results && results->count() > 0 && settled(3);
+         }},
+        {QStringLiteral("pick the first place found and send it"),
+         [this] {
+             screenshot(QStringLiteral("07-location-search"), locationPicker());
+             auto *field = locationPicker()->findChild<QWidget *>(QStringLiteral("searchField"));
+             // Enter picks the highlighted place; the address under the pin follows.
+             press(field, Qt::Key_Return);
+         },
+         [this] {
+             auto *address = locationPicker()->findChild<QLabel *>(QStringLiteral("addressLabel"));
+             return address && address->text().contains(PlaceSearched) && settled(3);
+         }},
+        {QStringLiteral("send the place"),
+         [this] {
+             screenshot(QStringLiteral("08-location-picked"), locationPicker());
+             auto *address = locationPicker()->findChild<QLabel *>(QStringLiteral("addressLabel"));
+             note(QStringLiteral("user sends the place: %1").arg(address->text()));
+             press(locationPicker(), Qt::Key_Return);
+         },
+         [this] {
+             return !locationPicker() && rowsOfKind(ZuveroChatViewItemKindUserMessageLocation) >= 1
+                 && settled(3);
          }},
         {QStringLiteral("open the shared place from its bubble"),
          [this] {
@@ -185,22 +221,22 @@ void DemoScript::plan()
          [this, isTop] { return isTop("ZuveroChatLocationViewController") && settled(15); }},
         {QStringLiteral("switch to French"),
          [this] {
-             screenshot(QStringLiteral("07-location"), chat());
+             screenshot(QStringLiteral("09-location"), chat());
              clickButton("backButton");
              DemoLanguage::apply(QStringLiteral("fr"));
          },
          [this] { return settled(5); }},
         {QStringLiteral("switch to Arabic"),
          [this] {
-             screenshot(QStringLiteral("08-french-shop"), m_window);
-             screenshot(QStringLiteral("09-french-chat"), chat());
+             screenshot(QStringLiteral("10-french-shop"), m_window);
+             screenshot(QStringLiteral("11-french-chat"), chat());
              DemoLanguage::apply(QStringLiteral("ar"));
          },
          [this] { return settled(5); }},
         {QStringLiteral("back to English"),
          [this] {
-             screenshot(QStringLiteral("10-arabic-shop"), m_window);
-             screenshot(QStringLiteral("11-arabic-chat"), chat());
+             screenshot(QStringLiteral("12-arabic-shop"), m_window);
+             screenshot(QStringLiteral("13-arabic-chat"), chat());
              DemoLanguage::apply(QStringLiteral("en"));
              noteMemory(QStringLiteral("with the chat open"));
              noteConversation();
@@ -242,7 +278,7 @@ void DemoScript::next()
     m_stepStarted = m_clock.elapsed();
     if (m_index >= m_steps.size()) {
         m_poll.stop();
-        screenshot(QStringLiteral("12-other-user-chat"), chat());
+        screenshot(QStringLiteral("14-other-user-chat"), chat());
         const int messages = rowsOfKind(ZuveroChatViewItemKindUserMessage)
             + rowsOfKind(ZuveroChatViewItemKindAgentMessage);
         note(QStringLiteral("signed in as %1: %2 messages in the chat")
@@ -297,6 +333,8 @@ void DemoScript::fail(const QString &why)
     screenshot(QStringLiteral("failed-shop"), m_window);
     if (chat())
         screenshot(QStringLiteral("failed-chat"), chat());
+    if (locationPicker())
+        screenshot(QStringLiteral("failed-location-picker"), locationPicker());
     m_failed = true;
     m_poll.stop();
     Q_EMIT finished(false);
@@ -424,6 +462,15 @@ QWidget *DemoScript::banner() const
         auto *notification = qobject_cast<ZuveroChatNotificationWindow *>(window);
         if (notification && notification->isVisible() && notification->presentedView())
             return notification->presentedView();
+    }
+    return nullptr;
+}
+
+QWidget *DemoScript::locationPicker() const
+{
+    for (QWidget *window : QApplication::topLevelWidgets()) {
+        if (window->objectName() == QLatin1String("locationPicker") && window->isVisible())
+            return window;
     }
     return nullptr;
 }

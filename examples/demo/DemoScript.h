@@ -64,6 +64,7 @@ private:
     bool openRowOfKind(QLatin1String kind);
     QWidget *banner() const;
     QWidget *topScreen() const;
+    QWidget *locationPicker() const;
     void typeInto(QWidget *widget, const QString &text);
     void press(QWidget *widget, int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier);
     void clickButton(const char *objectName);

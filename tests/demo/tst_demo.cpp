@@ -7,6 +7,7 @@
 #include <QFile>
 #include <QImage>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QSet>
 #include <QTemporaryDir>
 #include <QTest>
@@ -64,14 +65,16 @@ void tst_demo::scriptedRun()
         u"user pastes a picture of the lamp"_s,
         u"push received (consumed by the library): You wrote: “One more thing"_s,
         u"unread count on the support button: 1"_s,
-        u"user shares a place: Place Bellecour, Lyon"_s,
+        u"user chooses “Share Location”"_s,
+        u"user types: Paris"_s,
+        u"user sends the place: Paris"_s,
         u"memory with the chat open: "_s,
-        u"| Support: You wrote: “This is the lamp I ordered.”. Thanks for the picture."_s,
+        u"| Support: You wrote: “This is the lamp I ordered.” Thanks for the picture."_s,
         u"| You: Location"_s,
         u"| Support: Thanks for sharing your location."_s,
         u"user types: second-user"_s,
         u"signed in as Sam: 0 messages in the chat"_s,
-        u"done: 12 screenshots"_s,
+        u"done: 14 screenshots"_s,
     };
     qsizetype from = 0;
     for (const QString &line : expected) {
@@ -81,18 +84,25 @@ void tst_demo::scriptedRun()
         from = at + line.size();
     }
 
-    // Every screenshot is the size of its window and shows more than a blank page.
+    // Every screenshot the transcript names is there, of the size it says (the shop's and the
+    // chat's windows are the sizes the demo gives them), and shows more than a blank page.
     const QDir folder(output.path());
-    const QStringList pictures = folder.entryList({u"*.png"_s}, QDir::Files, QDir::Name);
-    QCOMPARE(pictures.size(), 12);
-    for (const QString &name : pictures) {
+    static const QRegularExpression shot(u"screenshot (\\S+\\.png) \\((\\d+) x (\\d+)\\)"_s);
+    qsizetype shots = 0;
+    for (auto match = shot.globalMatch(transcript); match.hasNext(); ++shots) {
+        const QRegularExpressionMatch found = match.next();
+        const QString name = found.captured(1);
         const QImage image(folder.filePath(name));
         QVERIFY2(!image.isNull(), qPrintable(name));
-        const bool chat = name.contains(u"chat"_s) || name.contains(u"picture"_s)
-            || name.contains(u"location"_s) || name.contains(u"conversation"_s);
-        QCOMPARE(image.size(), chat ? QSize(480, 720) : QSize(800, 600));
+        QCOMPARE(image.size(), QSize(found.captured(2).toInt(), found.captured(3).toInt()));
+        if (name.contains(u"chat"_s) || name.contains(u"conversation"_s))
+            QCOMPARE(image.size(), QSize(480, 720));
+        else if (name.contains(u"shop"_s) || name.contains(u"banner"_s))
+            QCOMPARE(image.size(), QSize(800, 600));
         QVERIFY2(coloursSampled(image) > 20, qPrintable(name));
     }
+    QCOMPARE(shots, 14);
+    QCOMPARE(folder.entryList({u"*.png"_s}, QDir::Files).size(), 14);
 }
 
 QTEST_GUILESS_MAIN(tst_demo)

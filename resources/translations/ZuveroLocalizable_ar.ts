@@ -225,5 +225,13 @@
         <source>zuveroCameraFailed</source>
         <translation>تعذّر استخدام الكاميرا.</translation>
     </message>
+    <message>
+        <source>zuveroNotAPictureTitle</source>
+        <translation>ليست صورة</translation>
+    </message>
+    <message>
+        <source>zuveroNotAPictureMessage</source>
+        <translation>لا يمكن فتح «%1» كصورة.</translation>
+    </message>
 </context>
 </TS>

@@ -227,5 +227,13 @@
         <source>zuveroCameraFailed</source>
         <translation>The camera could not be used.</translation>
     </message>
+    <message>
+        <source>zuveroNotAPictureTitle</source>
+        <translation>Not a picture</translation>
+    </message>
+    <message>
+        <source>zuveroNotAPictureMessage</source>
+        <translation>“%1” cannot be opened as a picture.</translation>
+    </message>
 </context>
 </TS>

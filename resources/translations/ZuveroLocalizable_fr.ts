@@ -225,5 +225,13 @@
         <source>zuveroCameraFailed</source>
         <translation>Impossible d’utiliser l’appareil photo.</translation>
     </message>
+    <message>
+        <source>zuveroNotAPictureTitle</source>
+        <translation>Ce n’est pas une image</translation>
+    </message>
+    <message>
+        <source>zuveroNotAPictureMessage</source>
+        <translation>« %1 » ne peut pas être ouvert comme image.</translation>
+    </message>
 </context>
 </TS>

@@ -1,6 +1,7 @@
 #include "Toast.h"
 
 #include "ZVXClock.h"
+#include "ZVXLocalization.h"
 
 #include <QApplication>
 #include <QHBoxLayout>
@@ -48,7 +49,9 @@ Toast::Toast(const QString &title, const QString &text, QWidget *window)
     for (QLabel *label : {m_title, m_text})
         label->setForegroundRole(QPalette::ToolTipText);
 
-    auto *ok = new QPushButton(QStringLiteral("OK"), this);
+    auto *ok = new QPushButton(ZVXLocalization::localizeString(
+                                   QStringLiteral("zuveroOKButtonTitle"), QStringLiteral("OK")),
+                               this);
     ok->setFocusPolicy(Qt::NoFocus);
     connect(ok, &QPushButton::clicked, this, &QWidget::close);
 

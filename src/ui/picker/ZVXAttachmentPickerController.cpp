@@ -222,10 +222,14 @@ void ZVXAttachmentPickerController::didPickFile(const QString &path)
     if (!record || record->image().isNull()) {
         ZVXLog(QStringLiteral("ZVXAttachmentPickerController: not a picture: %1").arg(path));
         auto *alert = new ZVXAlertView(
-            ZVXLocalization::hostString(QStringLiteral("Not a picture")),
-            ZVXLocalization::hostString(QStringLiteral("\"%1\" cannot be opened as a picture."))
+            ZVXLocalization::localizeString(QStringLiteral("zuveroNotAPictureTitle"),
+                                            QStringLiteral("Not a picture")),
+            ZVXLocalization::localizeString(QStringLiteral("zuveroNotAPictureMessage"),
+                                            QStringLiteral("\"%1\" cannot be opened as a picture."))
                 .arg(QFileInfo(path).fileName()),
-            QStringLiteral("OK"), {}, m_presentationView ? m_presentationView->window() : nullptr);
+            ZVXLocalization::localizeString(QStringLiteral("zuveroOKButtonTitle"),
+                                            QStringLiteral("OK")),
+            {}, m_presentationView ? m_presentationView->window() : nullptr);
         alert->showWithBlock({});
         complete(false, ZVXAttachmentKind::None);
         return;

@@ -5,17 +5,7 @@ set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=${BUILD:-$here/build}
-"$here/scripts/setup.sh" "$build"
-
-work=$(mktemp -d)
 . "$here/scripts/devserver-lib.sh"
-cleanup() {
-    stop_devserver
-    rm -rf "$work"
-}
-trap cleanup EXIT
-
-start_devserver "$build" "$work"
 
 cli() {
     "$build/tools/cli/zuvero-cli" --host "${origin#https://}" --api-secret "$secret" \

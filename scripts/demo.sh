@@ -10,17 +10,7 @@ set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=${BUILD:-$here/build}
-"$here/scripts/setup.sh" "$build"
-
-work=$(mktemp -d)
 . "$here/scripts/devserver-lib.sh"
-cleanup() {
-    stop_devserver
-    rm -rf "$work"
-}
-trap cleanup EXIT
-
-start_devserver "$build" "$work"
 demo=("$build/examples/demo/zuvero-demo" --server "$origin" --api-secret "$secret"
       --ca-file "$authority" --state "$work/state")
 

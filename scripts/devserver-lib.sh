@@ -1,6 +1,17 @@
-# Sourced by the demo scripts: starts a zuvero-devserver that answers by itself
-# on a free loopback port, with its data in $work/server, and stops it on exit.
-# Sets: secret, origin (https://127.0.0.1:PORT), authority (its CA's PEM file).
+# Sourced by the demo scripts after they set $here and $build: builds, makes a
+# scratch folder ($work, removed on exit) and starts a zuvero-devserver that
+# answers by itself on a free loopback port, with its data in $work/server,
+# stopped on exit.
+# Sets: work, secret, origin (https://127.0.0.1:PORT), authority (its CA's PEM file).
+
+"$here/scripts/setup.sh" "$build"
+work=$(mktemp -d)
+server_pid=
+cleanup() {
+    stop_devserver
+    rm -rf "$work"
+}
+trap cleanup EXIT
 
 start_devserver() {
     local build=$1 work=$2
@@ -29,3 +40,5 @@ stop_devserver() {
         wait "$server_pid" 2>/dev/null || true
     fi
 }
+
+start_devserver "$build" "$work"

@@ -342,19 +342,8 @@ void DemoScript::fail(const QString &why)
 
 void DemoScript::screenshot(const QString &name, QWidget *window)
 {
-    if (!window)
-        return;
-    const QString path = QDir(m_folder).filePath(name + QStringLiteral(".png"));
-    const QPixmap picture = window->grab();
-    if (!picture.save(path)) {
-        note(QStringLiteral("cannot write %1").arg(path));
-        return;
-    }
-    ++m_screenshots;
-    note(QStringLiteral("screenshot %1.png (%2 x %3)")
-             .arg(name)
-             .arg(picture.width())
-             .arg(picture.height()));
+    if (window)
+        save(name, window->grab());
 }
 
 void DemoScript::screenshotWithBanner(const QString &name)
@@ -367,6 +356,11 @@ void DemoScript::screenshotWithBanner(const QString &name)
         painter.drawPixmap(window->geometry().topLeft() - m_window->geometry().topLeft(),
                            window->grab());
     }
+    save(name, picture);
+}
+
+void DemoScript::save(const QString &name, const QPixmap &picture)
+{
     const QString path = QDir(m_folder).filePath(name + QStringLiteral(".png"));
     if (!picture.save(path)) {
         note(QStringLiteral("cannot write %1").arg(path));

@@ -11,6 +11,7 @@
 class DemoHost;
 class DemoShopWindow;
 class QAbstractItemView;
+class QPixmap;
 class QWidget;
 
 /*
@@ -55,6 +56,7 @@ private:
     void fail(const QString &why);
     void screenshot(const QString &name, QWidget *window);
     void screenshotWithBanner(const QString &name);
+    void save(const QString &name, const QPixmap &picture);
     void noteMemory(const QString &when);
     void noteConversation();
 

@@ -12,7 +12,8 @@
     A message is <sender><seconds><contents>: sender u(ser), a(gent),
     s(ystem) or x (unknown); seconds after a whole minute, or "-" for no
     date; contents any of t (a text), e (an empty text), l (a location), p
-    (one attachment, a picture, each), o (offline). "u0t a60to" is a user's text,
+    (one attachment, a picture, each; f one named after its identifier, F a file
+    "invoice.pdf"), o (offline). "u0t a60to" is a user's text,
     then a minute later an agent's text marked offline. Message i has the
     uuid "m<i>"; its attachments "m<i>a<k>".
 
@@ -28,7 +29,7 @@ inline const QDateTime Start = QDateTime::fromSecsSinceEpoch(1'700'000'040, Qt::
 inline ZuveroChatMessagePtr message(int index, const QString &word)
 {
     static const QRegularExpression grammar(
-        QStringLiteral("^([uasx])(-|\\d+(?:\\.\\d+)?)([telpo]*)$"));
+        QStringLiteral("^([uasx])(-|\\d+(?:\\.\\d+)?)([telpfFo]*)$"));
     const QRegularExpressionMatch match = grammar.match(word);
     if (!match.hasMatch())
         qFatal("unreadable message word %s", qPrintable(word));
@@ -53,12 +54,17 @@ inline ZuveroChatMessagePtr message(int index, const QString &word)
                 QVariantMap{{QStringLiteral("lat"), 48.85}, {QStringLiteral("lng"), 2.29}});
         else if (c == QLatin1Char('o'))
             message->setIsOffline(true);
-        else if (c == QLatin1Char('p')) {
+        else if (c == QLatin1Char('p') || c == QLatin1Char('f') || c == QLatin1Char('F')) {
             ZuveroChatAttachmentList attachments
                 = message->attachments().value_or(ZuveroChatAttachmentList());
             attachments.append(std::make_shared<ZuveroChatAttachment>());
-            attachments.last()->setUuid(
-                QStringLiteral("m%1a%2").arg(index).arg(attachments.size() - 1));
+            const QString uuid = QStringLiteral("m%1a%2").arg(index).arg(attachments.size() - 1);
+            attachments.last()->setUuid(uuid);
+            // f: named after its identifier, as a pasted picture goes out; F: a named file.
+            if (c == QLatin1Char('f'))
+                attachments.last()->setFilename(uuid + QStringLiteral(".jpg"));
+            else if (c == QLatin1Char('F'))
+                attachments.last()->setFilename(QStringLiteral("invoice.pdf"));
             message->setAttachments(attachments);
         }
     }

@@ -278,6 +278,8 @@ void TestChatListModel::roles_data()
     };
     row("user text", "u0t", 1, "UserMessage", "You: text 0, 22:14");
     row("agent picture", "a0tp", 2, "AgentMessageAttachment", "Anna: Picture, 22:14");
+    row("pasted picture", "u0tf", 2, "UserMessageAttachment", "You: Picture, 22:14");
+    row("named file", "u0tF", 2, "UserMessageAttachment", "You: invoice.pdf, 22:14");
     row("system location", "s0l", 1, "AgentMessageLocation", "System: Location, 22:14");
     row("no date", "u-t", 0, "UserMessage", "You: text 0");
     row("date", "u0t", 0, "Date", "14/11/2023 22:14");

@@ -401,8 +401,11 @@ QString ZVXChatListModel::accessibleText(int row) const
         what = localizeString(QStringLiteral("zuveroLocationDescription"),
                               QStringLiteral("Location"));
     } else if (item.attachment()) {
+        // A picture pasted or taken in the chat goes out named after its identifier: nothing
+        // a listener could use.
         const QString name = item.attachment()->filename().value_or(QString());
-        what = name.isEmpty() ? picture : name;
+        const bool named = !name.isEmpty() && !name.startsWith(item.attachment()->uuid());
+        what = named ? name : picture;
     } else if (kind == ZuveroChatViewItemKindUserMessageAttachment
                || kind == ZuveroChatViewItemKindAgentMessageAttachment) {
         what = picture;

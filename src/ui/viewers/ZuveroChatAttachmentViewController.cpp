@@ -59,6 +59,7 @@ public:
     //! Shows the label with \a text, asked again when the language changes.
     void showNotice(std::function<QString()> text);
     void retranslate();
+    void makePdfView();
     void fitPdf();
     //! The file kept for the desktop and for sharing, written on first use; empty on failure.
     QString localCopy();
@@ -113,22 +114,13 @@ ZuveroChatAttachmentViewController::ZuveroChatAttachmentViewController(QWidget *
     d->textView->setObjectName(QStringLiteral("textView"));
     d->textView->setReadOnly(true);
     d->textView->setPalette(white);
-    d->pdf = new QPdfDocument(this);
-    d->pdfView = new QPdfView(d->pages);
-    d->pdfView->setObjectName(QStringLiteral("pdfView"));
-    d->pdfView->setPageMode(QPdfView::PageMode::MultiPage);
-    // The view's own fitting modes can loop forever at some sizes: the fit is computed here.
-    d->pdfView->setZoomMode(QPdfView::ZoomMode::Custom);
-    d->pdfView->setDocument(d->pdf);
-    d->pdfView->installEventFilter(d.get());
     d->notSupportedLabel = new QLabel(d->pages);
     d->notSupportedLabel->setObjectName(QStringLiteral("notSupportedLabel"));
     d->notSupportedLabel->setWordWrap(true);
     d->notSupportedLabel->setAlignment(Qt::AlignCenter);
     d->notSupportedLabel->setTextFormat(Qt::PlainText);
     d->notSupportedLabel->setMargin(16);
-    const QList<QWidget *> pages{d->zoomView, d->animatedView, d->pdfView, d->textView,
-                                 d->notSupportedLabel};
+    const QList<QWidget *> pages{d->zoomView, d->animatedView, d->textView, d->notSupportedLabel};
     for (QWidget *page : pages)
         d->pages->addWidget(page);
 
@@ -323,6 +315,7 @@ void ZuveroChatAttachmentViewControllerPrivate::showFile(const std::optional<QBy
     }
     bytes = loaded;
     if (attachment->isPdf()) {
+        makePdfView();
         delete pdfBytes;
         pdfBytes = new QBuffer(q);
         pdfBytes->setData(*bytes);
@@ -361,9 +354,26 @@ void ZuveroChatAttachmentViewControllerPrivate::showNotice(std::function<QString
     pages->setCurrentWidget(notSupportedLabel);
 }
 
+void ZuveroChatAttachmentViewControllerPrivate::makePdfView()
+{
+    // Made for documents only: Qt's PDF view costs a renderer thread and leaves parts of it
+    // behind when deleted, which a picture has no need of.
+    if (pdfView)
+        return;
+    pdf = new QPdfDocument(q);
+    pdfView = new QPdfView(pages);
+    pdfView->setObjectName(QStringLiteral("pdfView"));
+    pdfView->setPageMode(QPdfView::PageMode::MultiPage);
+    // The view's own fitting modes can loop forever at some sizes: the fit is computed here.
+    pdfView->setZoomMode(QPdfView::ZoomMode::Custom);
+    pdfView->setDocument(pdf);
+    pdfView->installEventFilter(this);
+    pages->addWidget(pdfView);
+}
+
 void ZuveroChatAttachmentViewControllerPrivate::fitPdf()
 {
-    if (pdf->pageCount() == 0)
+    if (!pdf || pdf->pageCount() == 0)
         return;
     // The page's width fills the view's, less its margins and a scroll bar that may come.
     const QMargins margins = pdfView->documentMargins();
